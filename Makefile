@@ -1,0 +1,47 @@
+# Two commands set up everything on a fresh Debian 12 machine:
+#   make run    install what is missing, build, run the main job on the bundled sample
+#   make test   install what is missing, build, run every test
+# CORV_WERROR=ON turns warnings into errors (CI does this).
+
+BUILD_DIR   ?= build
+BUILD_TYPE  ?= Release
+CORV_WERROR ?= OFF
+JOBS        ?= $(shell nproc)
+PYTHON      := /usr/bin/python3
+SAMPLE      := data/sample/sample.hdr
+RUN_OUT     := $(BUILD_DIR)/run
+
+export CCACHE_DIR ?= $(CURDIR)/.ccache
+export CCACHE_SLOPPINESS := pch_defines,time_macros,include_file_mtime,include_file_ctime
+
+.PHONY: run test deps build sanitize clean format
+
+deps:
+	@./scripts/install-deps.sh
+
+build: deps
+	@mkdir -p $(BUILD_DIR)
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCORV_WERROR=$(CORV_WERROR) \
+	  -DPython3_EXECUTABLE=$(PYTHON) $(CMAKE_EXTRA) > $(BUILD_DIR)/configure.log \
+	  || (cat $(BUILD_DIR)/configure.log; exit 1)
+	@cmake --build $(BUILD_DIR) -j $(JOBS)
+
+run: build
+	@mkdir -p $(RUN_OUT)
+	$(BUILD_DIR)/bin/corv info $(SAMPLE)
+	$(BUILD_DIR)/bin/corv convert $(SAMPLE) $(RUN_OUT)/sample16.fla --data-type 2
+	@cat $(RUN_OUT)/sample16.hdr
+
+test: build
+	@cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+sanitize: deps
+	@$(MAKE) --no-print-directory BUILD_DIR=build-asan BUILD_TYPE=Debug build \
+	  CMAKE_EXTRA="-DCORV_SANITIZE=ON -DCORV_PYTHON=OFF -DCORV_BENCH=OFF"
+	@cd build-asan && ctest --output-on-failure -j $(JOBS) -L cpp
+
+format:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	@rm -rf build build-asan

@@ -1,0 +1,71 @@
+// corv: batch work on hyperspectral images from the command line.
+#include <exception>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "corv/cli/arguments.h"
+#include "corv/cli/commands.h"
+#include "corv/io/logger.h"
+#include "corv/pipeline/pipeline.h"
+
+namespace {
+
+const char* const usage_text =
+    "Usage: corv [-v] COMMAND [ARGUMENTS]\n"
+    "\n"
+    "Commands:\n"
+    "  info FILE [--json]          describe an image: format, size, wavelengths, components\n"
+    "  convert IN OUT [--data-type 1|2|4|12] [--reflectance]\n"
+    "                              write an image as ENVI (OUT ending in .fla, .raw, .dat,\n"
+    "                              .img or .hdr); data type 4 (float) by default\n"
+    "\n"
+    "Options:\n"
+    "  -v, --verbose   echo the library's log on standard output\n"
+    "  -h, --help      show this help\n"
+    "  --version       show the library version\n"
+    "\n"
+    "Exit status: 0 success, 1 the library refused or failed (its message on stderr),\n"
+    "2 a usage error.\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> words(argv + 1, argv + argc);
+  corv::logger::instance().set_echo(false);
+  while (!words.empty() && (words.front() == "-v" || words.front() == "--verbose")) {
+    corv::logger::instance().set_echo(true);
+    words.erase(words.begin());
+  }
+  if (words.empty() || words.front() == "-h" || words.front() == "--help" ||
+      words.front() == "help") {
+    std::cout << usage_text;
+    return words.empty() ? 2 : 0;
+  }
+  if (words.front() == "--version") {
+    std::cout << "corv " << corv::pipeline::version() << "\n";
+    return 0;
+  }
+
+  const std::map<std::string, std::function<int(const std::vector<std::string>&)>> commands = {
+      {"info", corv::cli::info_command},
+      {"convert", corv::cli::convert_command},
+  };
+  const auto command = commands.find(words.front());
+  if (command == commands.end()) {
+    std::cerr << "corv: unknown command '" << words.front() << "'\n" << usage_text;
+    return 2;
+  }
+  try {
+    return command->second(std::vector<std::string>(words.begin() + 1, words.end()));
+  } catch (const corv::cli::usage_error& error) {
+    std::cerr << "corv " << command->first << ": " << error.what() << "\n"
+              << "Try 'corv --help'.\n";
+    return 2;
+  } catch (const std::exception& error) {
+    std::cerr << error.what() << "\n";
+    return 1;
+  }
+}
