@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "corv/io/input.h"
 #include "corv/io/output.h"
@@ -57,6 +58,45 @@ class pipeline {
   const corv::parameters& parameters() const { return parameters_; }
   void set_parameters(const corv::parameters& values) { parameters_ = values; }
 
+  // One setter per processing parameter (defaults in corv::parameters).
+  void set_verbosity(int value) { parameters_.verbosity = value; }
+  void set_illuminant_method(int value) { parameters_.illuminant_method = value; }
+  void set_spatial_smoothness(float value) { parameters_.spatial_smoothness = value; }
+  void set_illuminant_patch_size(int value) { parameters_.illuminant_patch_size = value; }
+  void set_wiener_marker(bool value) { parameters_.wiener_marker = value; }
+  void set_second_illuminant(bool value) { parameters_.second_illuminant = value; }
+  void set_gray_order(int value) { parameters_.gray_order = value; }
+  void set_dichromatic_method(int value) { parameters_.dichromatic_method = value; }
+  void set_neighbourhood_size(int value) { parameters_.neighbourhood_size = value; }
+  void set_gray_threshold(int value) { parameters_.gray_threshold = value; }
+  void set_max_clusters(int value) { parameters_.max_clusters = value; }
+  void set_material_subsample(int value) { parameters_.material_subsample = value; }
+  void set_materials_per_pixel(int value) { parameters_.materials_per_pixel = value; }
+  void set_max_temperature(float value) { parameters_.max_temperature = value; }
+  void set_min_temperature(float value) { parameters_.min_temperature = value; }
+  void set_cooling_rate(float value) { parameters_.cooling_rate = value; }
+  void set_split_threshold(float value) { parameters_.split_threshold = value; }
+  void set_filter_size(int value) { parameters_.filter_size = value; }
+  void set_principal_components(int value) { parameters_.principal_components = value; }
+  void set_pca_source(int value) { parameters_.pca_source = value; }
+  void set_nurbs_encoding(bool value) { parameters_.nurbs_encoding = value; }
+  void set_nurbs_degree(int value) { parameters_.nurbs_degree = value; }
+  void set_nurbs_max_iterations(int value) { parameters_.nurbs_max_iterations = value; }
+  void set_nurbs_knots_threshold(int value) { parameters_.nurbs_knots_threshold = value; }
+  void set_nurbs_alpha(float value) { parameters_.nurbs_alpha = value; }
+  void set_endmember_setting(int value) { parameters_.endmember_setting = value; }
+
+  // Processing stages, in the order a full run calls them. Each checks its
+  // prerequisites first and leaves what it was to produce empty when it fails.
+  void process_recover_illuminant(bool start_afresh);
+  void process_recover_dichromatic_parameters();
+  void process_recover_materials();
+  void process_recover_endmembers();
+  void process_analysis(bool on_reflectance);
+
+  // The framed banner that a verbose illuminant recovery writes first.
+  static std::vector<std::string> banner();
+
   std::uint32_t height() const { return height_; }
   std::uint32_t width() const { return width_; }
   std::uint32_t bands() const { return bands_; }
@@ -64,8 +104,22 @@ class pipeline {
   void save(const output_ptr& destination, const std::string& file_name);
 
  protected:
-  // Text that prefixes the log line of an input failure met by a getter.
-  void set_log_prefix(const std::string& prefix) { log_prefix_ = prefix; }
+  // While alive, input failures met by getters are logged under a stage's name.
+  class log_prefix_scope {
+   public:
+    log_prefix_scope(pipeline& owner, const std::string& prefix);
+    ~log_prefix_scope();
+    log_prefix_scope(const log_prefix_scope&) = delete;
+    log_prefix_scope& operator=(const log_prefix_scope&) = delete;
+
+   private:
+    pipeline& owner_;
+    std::string previous_;
+  };
+
+  // The component if present or loadable, else an empty one (failures are logged).
+  template <typename T>
+  const T& try_get(const T& (pipeline::*getter)());
   void record_dimensions(const cube& c);
 
   std::shared_ptr<input> input_;

@@ -108,5 +108,83 @@ TEST(pipeline_test, save_dispatches_to_the_output_and_needs_one) {
   EXPECT_EQ(pipeline::version(), "[1.0.3]");
 }
 
+TEST(pipeline_test, stages_refuse_to_start_without_their_prerequisites) {
+  logger::instance().set_echo(false);
+  pipeline p;
+  EXPECT_EQ(thrown_text([&] { p.process_recover_illuminant(false); }),
+            "pipeline: I is empty in process_recover_illuminant()");
+  EXPECT_EQ(thrown_text([&] { p.process_recover_dichromatic_parameters(); }),
+            "pipeline: I or illuminant is empty in process_recover_dichromatic_parameters()");
+  EXPECT_EQ(thrown_text([&] { p.process_recover_materials(); }),
+            "pipeline: S is empty in process_recover_materials()");
+  EXPECT_EQ(thrown_text([&] { p.process_recover_endmembers(); }),
+            "process_recover_endmembers: The Spectral Library contains no Endmembers. Load an "
+            "SLZ file first!");
+  EXPECT_EQ(thrown_text([&] { p.process_analysis(false); }), "process_analysis: Image not found,");
+
+  // The subsample check comes before anything is read.
+  p.set_material_subsample(5);
+  EXPECT_EQ(thrown_text([&] { p.process_recover_materials(); }),
+            "pipeline: material_subsample out of range in process_recover_materials()");
+
+  // With an image but no illuminant, the dichromatic stage still refuses; an
+  // input's refusal is logged under the stage's name.
+  auto source = std::make_shared<data_input>();
+  source->set_I(coded_cube(2, 2, 2));
+  pipeline q(source);
+  logger::instance().clear_entries();
+  EXPECT_EQ(thrown_text([&] { q.process_recover_dichromatic_parameters(); }),
+            "pipeline: I or illuminant is empty in process_recover_dichromatic_parameters()");
+  EXPECT_EQ(logger::instance().entries().back().second,
+            "process_recover_dichromatic_parameters: data_input: illuminant has not been set.");
+}
+
+TEST(pipeline_test, a_verbose_illuminant_run_starts_with_the_banner) {
+  logger::instance().set_echo(false);
+  logger::instance().clear_entries();
+  pipeline p;
+  p.set_verbosity(1);
+  EXPECT_THROW(p.process_recover_illuminant(false), std::runtime_error);
+  const auto entries = logger::instance().entries();
+  ASSERT_GE(entries.size(), 3u);
+  EXPECT_EQ(entries[0].second.substr(0, 13), "#> CORVANTIS ");
+  EXPECT_NE(entries[0].second.find("Hyperspectral Processing Library <#"), std::string::npos);
+  EXPECT_EQ(entries[1].second, "   Version [1.0.3]");
+  EXPECT_EQ(entries[2].second, "#>                                                  <#");
+}
+
+TEST(pipeline_test, parameters_start_at_their_defaults_and_each_has_a_setter) {
+  pipeline p;
+  const parameters& d = p.parameters();
+  EXPECT_EQ(d.verbosity, 0);
+  EXPECT_EQ(d.illuminant_method, 0);
+  EXPECT_FLOAT_EQ(d.spatial_smoothness, 50.0f);
+  EXPECT_EQ(d.illuminant_patch_size, 20);
+  EXPECT_FALSE(d.wiener_marker);
+  EXPECT_TRUE(d.second_illuminant);
+  EXPECT_EQ(d.gray_order, 1);
+  EXPECT_EQ(d.neighbourhood_size, 5);
+  EXPECT_EQ(d.gray_threshold, 2);
+  EXPECT_EQ(d.max_clusters, 20);
+  EXPECT_EQ(d.material_subsample, 3);
+  EXPECT_EQ(d.materials_per_pixel, 5);
+  EXPECT_FLOAT_EQ(d.max_temperature, 0.02f);
+  EXPECT_FLOAT_EQ(d.min_temperature, 0.00025f);
+  EXPECT_FLOAT_EQ(d.cooling_rate, 0.8f);
+  EXPECT_FLOAT_EQ(d.split_threshold, -1.0f);
+  EXPECT_EQ(d.filter_size, 5);
+  EXPECT_EQ(d.principal_components, 10);
+  EXPECT_EQ(d.nurbs_degree, 2);
+  EXPECT_EQ(d.nurbs_max_iterations, 10);
+  EXPECT_EQ(d.nurbs_knots_threshold, -1);
+  EXPECT_FLOAT_EQ(d.nurbs_alpha, 0.1f);
+  p.set_neighbourhood_size(9);
+  p.set_nurbs_alpha(0.5f);
+  p.set_wiener_marker(true);
+  EXPECT_EQ(p.parameters().neighbourhood_size, 9);
+  EXPECT_FLOAT_EQ(p.parameters().nurbs_alpha, 0.5f);
+  EXPECT_TRUE(p.parameters().wiener_marker);
+}
+
 }  // namespace
 }  // namespace corv

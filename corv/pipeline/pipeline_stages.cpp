@@ -1,0 +1,118 @@
+// The pipeline's processing stages: prerequisite checks, stage bookkeeping in
+// the logger, and the hand-over to the recovery and analysis routines.
+#include <stdexcept>
+
+#include "corv/io/logger.h"
+#include "corv/pipeline/pipeline.h"
+
+namespace corv {
+
+namespace {
+
+// The routines behind these stages are not part of this build yet: say so
+// plainly instead of producing a made-up result.
+[[noreturn]] void unavailable(const std::string& stage, const std::string& routine) {
+  log_and_throw(stage + ": " + routine + " is not available in this version of the library.");
+}
+
+}  // namespace
+
+pipeline::log_prefix_scope::log_prefix_scope(pipeline& owner, const std::string& prefix)
+    : owner_(owner), previous_(owner.log_prefix_) {
+  owner_.log_prefix_ = prefix;
+}
+
+pipeline::log_prefix_scope::~log_prefix_scope() {
+  owner_.log_prefix_ = previous_;
+}
+
+template <typename T>
+const T& pipeline::try_get(const T& (pipeline::*getter)()) {
+  static const T none;
+  try {
+    return (this->*getter)();
+  } catch (const std::exception&) {
+    return none;
+  }
+}
+
+std::vector<std::string> pipeline::banner() {
+  return {
+      "#> CORVANTIS - Hyperspectral Processing Library <#",
+      "   Version " + version(),
+      "#>                                                  <#",
+      "#>  Copyright the Corvantis and Tavrel authors.     <#",
+      "#>  Licensed under the Apache License, Version 2.0. <#",
+  };
+}
+
+void pipeline::process_recover_illuminant(bool start_afresh) {
+  if (parameters_.verbosity > 0) {
+    for (const auto& line : banner()) {
+      logger::instance() << line << "EOL";
+    }
+  }
+  if (start_afresh) {
+    reset_components(false);
+  }
+  const log_prefix_scope prefix(*this, "process_recover_illuminant: ");
+  if (try_get(&pipeline::I).empty()) {
+    throw std::runtime_error("pipeline: I is empty in process_recover_illuminant()");
+  }
+  illuminant_.reset();
+  unavailable("process_recover_illuminant", "illuminant recovery");
+}
+
+void pipeline::process_recover_dichromatic_parameters() {
+  const log_prefix_scope prefix(*this, "process_recover_dichromatic_parameters: ");
+  if (try_get(&pipeline::I).empty() || try_get(&pipeline::illuminant).empty()) {
+    throw std::runtime_error(
+        "pipeline: I or illuminant is empty in process_recover_dichromatic_parameters()");
+  }
+  s_.reset();
+  k_.reset();
+  g_.reset();
+  unavailable("process_recover_dichromatic_parameters", "dichromatic parameter recovery");
+}
+
+void pipeline::process_recover_materials() {
+  if (parameters_.material_subsample > 4) {
+    throw std::runtime_error(
+        "pipeline: material_subsample out of range in process_recover_materials()");
+  }
+  const log_prefix_scope prefix(*this, "process_recover_materials: ");
+  if (try_get(&pipeline::s).empty()) {
+    throw std::runtime_error("pipeline: S is empty in process_recover_materials()");
+  }
+  unavailable("process_recover_materials", "material discovery");
+}
+
+void pipeline::process_recover_endmembers() {
+  if (!library_) {
+    log_and_throw(
+        "process_recover_endmembers: The Spectral Library contains no Endmembers. Load an SLZ "
+        "file first!");
+  }
+  const log_prefix_scope prefix(*this, "process_recover_endmembers: ");
+  if (try_get(&pipeline::s).empty()) {
+    throw std::runtime_error("pipeline: S is empty in process_recover_endmembers()");
+  }
+  unavailable("process_recover_endmembers", "unmixing");
+}
+
+void pipeline::process_analysis(bool on_reflectance) {
+  const log_prefix_scope prefix(*this, "process_analysis: ");
+  if (!on_reflectance) {
+    if (try_get(&pipeline::I).empty()) {
+      log_and_throw("process_analysis: Image not found,");
+    }
+  } else if (try_get(&pipeline::s).empty()) {
+    logger::instance() << "process_analysis: Reflectance not found, generating..."
+                       << "EOL";
+    process_recover_illuminant(true);
+    process_recover_dichromatic_parameters();
+  }
+  unavailable("process_analysis", "principal component analysis");
+}
+
+}  // namespace corv
