@@ -19,6 +19,35 @@ const binder outputs_part(30, [](py::module_& m) {
 });
 
 const binder pipeline_part(40, [](py::module_& m) {
+  py::class_<parameters>(m, "parameters", "Every processing parameter, with its default.")
+      .def(py::init<>())
+      .def_readwrite("verbosity", &parameters::verbosity)
+      .def_readwrite("illuminant_method", &parameters::illuminant_method)
+      .def_readwrite("spatial_smoothness", &parameters::spatial_smoothness)
+      .def_readwrite("illuminant_patch_size", &parameters::illuminant_patch_size)
+      .def_readwrite("wiener_marker", &parameters::wiener_marker)
+      .def_readwrite("second_illuminant", &parameters::second_illuminant)
+      .def_readwrite("gray_order", &parameters::gray_order)
+      .def_readwrite("dichromatic_method", &parameters::dichromatic_method)
+      .def_readwrite("neighbourhood_size", &parameters::neighbourhood_size)
+      .def_readwrite("gray_threshold", &parameters::gray_threshold)
+      .def_readwrite("max_clusters", &parameters::max_clusters)
+      .def_readwrite("material_subsample", &parameters::material_subsample)
+      .def_readwrite("materials_per_pixel", &parameters::materials_per_pixel)
+      .def_readwrite("max_temperature", &parameters::max_temperature)
+      .def_readwrite("min_temperature", &parameters::min_temperature)
+      .def_readwrite("cooling_rate", &parameters::cooling_rate)
+      .def_readwrite("split_threshold", &parameters::split_threshold)
+      .def_readwrite("filter_size", &parameters::filter_size)
+      .def_readwrite("principal_components", &parameters::principal_components)
+      .def_readwrite("pca_source", &parameters::pca_source)
+      .def_readwrite("nurbs_encoding", &parameters::nurbs_encoding)
+      .def_readwrite("nurbs_degree", &parameters::nurbs_degree)
+      .def_readwrite("nurbs_max_iterations", &parameters::nurbs_max_iterations)
+      .def_readwrite("nurbs_knots_threshold", &parameters::nurbs_knots_threshold)
+      .def_readwrite("nurbs_alpha", &parameters::nurbs_alpha)
+      .def_readwrite("endmember_setting", &parameters::endmember_setting);
+
   py::class_<pipeline, std::shared_ptr<pipeline>>(m, "pipeline",
                                                   "An image and everything computed from it.")
       .def(py::init<>())
@@ -51,6 +80,44 @@ const binder pipeline_part(40, [](py::module_& m) {
       .def("set_k", [](pipeline& p, const float_array& a) { p.set_k(to_matrix(a)); })
       .def("set_g", [](pipeline& p, const float_array& a) { p.set_g(to_matrix(a)); })
       .def("reset_components", &pipeline::reset_components, py::arg("reflectance") = false)
+      .def_property("parameters", &pipeline::parameters, &pipeline::set_parameters)
+      .def("set_verbosity", &pipeline::set_verbosity)
+      .def("set_illuminant_method", &pipeline::set_illuminant_method)
+      .def("set_spatial_smoothness", &pipeline::set_spatial_smoothness)
+      .def("set_illuminant_patch_size", &pipeline::set_illuminant_patch_size)
+      .def("set_wiener_marker", &pipeline::set_wiener_marker)
+      .def("set_second_illuminant", &pipeline::set_second_illuminant)
+      .def("set_gray_order", &pipeline::set_gray_order)
+      .def("set_dichromatic_method", &pipeline::set_dichromatic_method)
+      .def("set_neighbourhood_size", &pipeline::set_neighbourhood_size)
+      .def("set_gray_threshold", &pipeline::set_gray_threshold)
+      .def("set_max_clusters", &pipeline::set_max_clusters)
+      .def("set_material_subsample", &pipeline::set_material_subsample)
+      .def("set_materials_per_pixel", &pipeline::set_materials_per_pixel)
+      .def("set_max_temperature", &pipeline::set_max_temperature)
+      .def("set_min_temperature", &pipeline::set_min_temperature)
+      .def("set_cooling_rate", &pipeline::set_cooling_rate)
+      .def("set_split_threshold", &pipeline::set_split_threshold)
+      .def("set_filter_size", &pipeline::set_filter_size)
+      .def("set_principal_components", &pipeline::set_principal_components)
+      .def("set_pca_source", &pipeline::set_pca_source)
+      .def("set_nurbs_encoding", &pipeline::set_nurbs_encoding)
+      .def("set_nurbs_degree", &pipeline::set_nurbs_degree)
+      .def("set_nurbs_max_iterations", &pipeline::set_nurbs_max_iterations)
+      .def("set_nurbs_knots_threshold", &pipeline::set_nurbs_knots_threshold)
+      .def("set_nurbs_alpha", &pipeline::set_nurbs_alpha)
+      .def("set_endmember_setting", &pipeline::set_endmember_setting)
+      .def("process_recover_illuminant", &pipeline::process_recover_illuminant,
+           py::arg("start_afresh") = true, py::call_guard<py::gil_scoped_release>())
+      .def("process_recover_dichromatic_parameters",
+           &pipeline::process_recover_dichromatic_parameters,
+           py::call_guard<py::gil_scoped_release>())
+      .def("process_recover_materials", &pipeline::process_recover_materials,
+           py::call_guard<py::gil_scoped_release>())
+      .def("process_recover_endmembers", &pipeline::process_recover_endmembers,
+           py::call_guard<py::gil_scoped_release>())
+      .def("process_analysis", &pipeline::process_analysis, py::arg("on_reflectance") = false,
+           py::call_guard<py::gil_scoped_release>())
       .def("save", &pipeline::save, py::arg("output"), py::arg("file_name"),
            py::call_guard<py::gil_scoped_release>());
 });
