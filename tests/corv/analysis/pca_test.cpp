@@ -1,0 +1,87 @@
+#include "corv/analysis/pca.h"
+
+#include <gtest/gtest.h>
+
+#include "corv/io/logger.h"
+#include "tests/corv/test_support.h"
+
+namespace corv {
+namespace {
+
+using test::thrown_text;
+
+std::vector<std::string> lines_after(std::size_t start) {
+  std::vector<std::string> lines;
+  const auto entries = logger::instance().entries();
+  for (std::size_t i = start; i < entries.size(); ++i) {
+    lines.push_back(entries[i].second);
+  }
+  return lines;
+}
+
+class pca_test : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    logger::instance().set_echo(false);
+    arma::arma_rng::set_seed(11);
+    image = arma::randu<cube>(6, 5, 10);
+  }
+  cube image;
+  cube components;
+  vector strengths;
+};
+
+TEST_F(pca_test, returns_the_requested_components_matching_an_svd) {
+  const std::size_t start = logger::instance().entries().size();
+  pca(image, components, strengths, 3, 0.5f);
+  EXPECT_TRUE(lines_after(start).empty());
+  ASSERT_EQ(components.n_slices, 3u);
+  ASSERT_EQ(strengths.n_elem, 3u);
+
+  arma::mat X(30, 10);
+  for (int b = 0; b < 10; ++b) {
+    X.col(b) = arma::conv_to<arma::vec>::from(arma::vectorise(image.slice(b)));
+  }
+  X.each_row() -= arma::mean(X, 0);
+  arma::mat U, V;
+  arma::vec s;
+  arma::svd_econ(U, s, V, X);
+  for (int c = 0; c < 3; ++c) {
+    EXPECT_NEAR(strengths(c), s(c), 1e-4 * s(0));
+    const arma::vec expected = X * V.col(c);
+    const arma::vec got = arma::conv_to<arma::vec>::from(arma::vectorise(components.slice(c)));
+    // Up to sign.
+    EXPECT_LT(std::min(arma::norm(got - expected), arma::norm(got + expected)),
+              1e-4 * arma::norm(expected));
+  }
+}
+
+TEST_F(pca_test, the_passing_count_is_always_one_less_than_the_bands) {
+  std::size_t start = logger::instance().entries().size();
+  pca(image, components, strengths, 10, 0.0f);
+  EXPECT_EQ(components.n_slices, 9u);
+  EXPECT_EQ(lines_after(start),
+            std::vector<std::string>{
+                "pca: Warning - Less components passed the threshold than num_components, "
+                "returning 9"});
+  start = logger::instance().entries().size();
+  pca(image, components, strengths, 20, 1000.0f);
+  EXPECT_EQ(components.n_slices, 9u);
+  EXPECT_EQ(lines_after(start),
+            (std::vector<std::string>{
+                "pca: Warning - num_components was clipped to 10",
+                "pca: Warning - Less components passed the threshold than num_components, "
+                "returning 9"}));
+}
+
+TEST_F(pca_test, refusals_and_a_flat_image) {
+  EXPECT_EQ(thrown_text([&] { pca(cube(), components, strengths, 3, 0.1f); }),
+            "pca: Data size is incorrect.");
+  EXPECT_EQ(thrown_text([&] { pca(image, components, strengths, 3, -0.5f); }),
+            "pca: Threshold must be greater than 0");
+  pca(cube(4, 4, 5, arma::fill::value(2.0f)), components, strengths, 2, 0.0f);
+  EXPECT_TRUE(components.is_zero());
+}
+
+}  // namespace
+}  // namespace corv
