@@ -1,0 +1,301 @@
+#include "corv/io/slz_file.h"
+
+#include <H5Cpp.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+
+#include "corv/io/file_path.h"
+#include "corv/io/hdf5_error.h"
+#include "corv/io/hdf5_file.h"
+#include "corv/io/hdf5_group.h"
+#include "corv/io/quantised_storage.h"
+#include "corv/io/types.h"
+
+namespace corv {
+
+namespace {
+
+constexpr int deflate_level = 6;
+const char* const incorrect_size = "Incorrect Endmember number or wavelength size";
+
+[[noreturn]] void hdf5_failure(const hdf5_error& error) {
+  throw std::runtime_error("HDF5 Error in " + error.location() + ": " + error.text());
+}
+
+// The labels are the one dataset of the file that is not numbers: a vector of
+// variable-length C strings. The shared HDF5 wrappers hold strings only as
+// attributes, so this is done here on a second handle of the same open file
+// (HDF5 shares one open file between handles).
+void write_labels(const std::string& file_name, const std::vector<std::string>& labels) {
+  try {
+    H5::H5File file(file_name, H5F_ACC_RDWR);
+    H5::Group group = file.createGroup("Labels");
+    const H5::StrType type(H5::PredType::C_S1, H5T_VARIABLE);
+    const hsize_t count = labels.size();
+    H5::DataSpace space(1, &count);
+    H5::DSetCreatPropList properties;
+    properties.setChunk(1, &count);
+    properties.setDeflate(deflate_level);
+    H5::DataSet dataset = group.createDataSet("DATA", type, space, properties);
+    std::vector<const char*> pointers;
+    pointers.reserve(labels.size());
+    for (const auto& label : labels) {
+      pointers.push_back(label.c_str());
+    }
+    dataset.write(pointers.data(), type);
+  } catch (...) {
+    rethrow_as_hdf5_error("/Labels/DATA");
+  }
+}
+
+std::vector<std::string> read_labels(const std::string& file_name) {
+  try {
+    H5::H5File file(file_name, H5F_ACC_RDONLY);
+    const H5::DataSet dataset = file.openDataSet("/Labels/DATA");
+    const H5::DataSpace space = dataset.getSpace();
+    if (dataset.getTypeClass() != H5T_STRING || space.getSimpleExtentNdims() != 1) {
+      throw hdf5_error("not a one-dimensional string dataset", "/Labels/DATA");
+    }
+    hsize_t count = 0;
+    space.getSimpleExtentDims(&count);
+    std::vector<std::string> labels;
+    labels.reserve(count);
+    const H5::StrType stored = dataset.getStrType();
+    if (stored.isVariableStr()) {
+      const H5::StrType type(H5::PredType::C_S1, H5T_VARIABLE);
+      std::vector<char*> pointers(count, nullptr);
+      if (count > 0) {
+        dataset.read(pointers.data(), type);
+      }
+      for (const char* text : pointers) {
+        labels.emplace_back(text ? text : "");
+      }
+      if (count > 0) {
+        H5::DataSet::vlenReclaim(pointers.data(), type, space);
+      }
+    } else {
+      const std::size_t size = stored.getSize();
+      std::vector<char> buffer(size * count);
+      if (count > 0) {
+        dataset.read(buffer.data(), stored);
+      }
+      for (hsize_t i = 0; i < count; ++i) {
+        std::string label(buffer.data() + i * size, size);
+        label.resize(std::min(label.find('\0'), label.size()));
+        labels.push_back(label);
+      }
+    }
+    return labels;
+  } catch (...) {
+    rethrow_as_hdf5_error("/Labels/DATA");
+  }
+}
+
+double single_value(const hdf5_group& group, const std::string& name) {
+  const hdf5_data<double> data = group.read_double_dataset(name);
+  if (data.values.size() != 1) {
+    throw hdf5_error(
+        name + " holds " + std::to_string(data.values.size()) + " values instead of one",
+        group.path());
+  }
+  return data.values.front();
+}
+
+// The endmember block, de-quantised by the shared rules (DATA itself when the
+// stored range is below epsilon, else DATA * range / 65535 + MIN, in double) and
+// rounded once to float. The file holds bands x endmembers in row order and the
+// matrix is column-major, so the transposition goes tile by tile: a straight
+// loop writes with a stride of the band count and is several times slower on a
+// library of a few thousand spectra.
+arma::fmat read_endmembers(const hdf5_group& root) {
+  const hdf5_group group = root.open_group("Endmembers");
+  const hdf5_data<std::uint16_t> data = group.read_uint16_dataset("DATA");
+  if (data.shape.size() != 2) {
+    throw hdf5_error("DATA is not two-dimensional", "/Endmembers/DATA");
+  }
+  const double max = single_value(group, "MAX");
+  const double min = single_value(group, "MIN");
+  const double range = max - min;
+  const bool scaled = std::fabs(range) >= epsilon;
+  const double step = scaled ? range / quantised::levels : 1.0;
+  const double offset = scaled ? min : 0.0;
+  const std::size_t rows = data.shape[0], cols = data.shape[1];
+  arma::fmat out(rows, cols);
+  constexpr std::size_t tile = 64;
+  for (std::size_t c0 = 0; c0 < cols; c0 += tile) {
+    const std::size_t c1 = std::min(cols, c0 + tile);
+    for (std::size_t r0 = 0; r0 < rows; r0 += tile) {
+      const std::size_t r1 = std::min(rows, r0 + tile);
+      for (std::size_t c = c0; c < c1; ++c) {
+        float* column = out.colptr(c);
+        for (std::size_t r = r0; r < r1; ++r) {
+          column[r] = static_cast<float>(data.values[r * cols + c] * step + offset);
+        }
+      }
+    }
+  }
+  return out;
+}
+
+bool nanometre_unit(const std::string& unit) {
+  const std::string lower = lower_case(trimmed(unit));
+  return lower == "nanometers" || lower == "nanometer" || lower == "nanometres" || lower == "nm";
+}
+
+// Colours are whole numbers 0-255; quantisation returns them within a step.
+arma::mat rounded_colours(arma::mat colours) {
+  colours.transform([](double value) { return std::round(value); });
+  return colours;
+}
+
+}  // namespace
+
+void slz_file::set_endmembers(const arma::fmat& endmembers) {
+  if (endmembers.n_rows != wavelengths_.n_elem || count_ < 0 ||
+      endmembers.n_cols != static_cast<arma::uword>(count_)) {
+    throw std::runtime_error(incorrect_size);
+  }
+  endmembers_ = endmembers;
+}
+
+void slz_file::set_labels(const std::vector<std::string>& labels) {
+  if (count_ < 0 || labels.size() != static_cast<std::size_t>(count_)) {
+    throw std::runtime_error(incorrect_size);
+  }
+  labels_ = labels;
+}
+
+void slz_file::set_colours(const arma::mat& colours) {
+  if (!colours.empty() &&
+      (colours.n_cols != 3 || count_ < 0 || colours.n_rows != static_cast<arma::uword>(count_))) {
+    throw std::runtime_error(incorrect_size);
+  }
+  colours_ = colours;
+}
+
+void slz_file::save(const std::string& file_name, bool overwrite) const {
+  if (endmembers_.empty() && wavelengths_.empty() && count_ == 0) {
+    throw std::runtime_error("invalid object");
+  }
+  if (wavelengths_.empty()) {
+    throw std::runtime_error("wavelengths have not been set");
+  }
+  if (count_ <= 0) {
+    throw std::runtime_error("The number of Endmember has not been set");
+  }
+  if (endmembers_.empty()) {
+    throw std::runtime_error("invalid object");
+  }
+  const auto count = static_cast<arma::uword>(count_);
+  if (endmembers_.n_rows != wavelengths_.n_elem || endmembers_.n_cols != count ||
+      labels_.size() != count || (!colours_.empty() && colours_.n_rows != count)) {
+    throw std::runtime_error(incorrect_size);
+  }
+  if (!overwrite && std::filesystem::exists(file_name)) {
+    throw std::runtime_error("File already exists: " + file_name);
+  }
+
+  const std::string temporary = file_name + ".part" + std::to_string(static_cast<long>(::getpid()));
+  try {
+    hdf5_file file = hdf5_file::create(temporary);
+    {
+      hdf5_group root = file.root();
+      quantised::write_matrix(root, "Endmembers", arma::conv_to<arma::mat>::from(endmembers_),
+                              deflate_level);
+      write_labels(temporary, labels_);
+      hdf5_group header = root.create_group("HDR");
+      quantised::write_scalar(header, "numEndmembers", count_, deflate_level);
+      quantised::write_vector(header, "wavelength",
+                              std::vector<double>(wavelengths_.begin(), wavelengths_.end()),
+                              deflate_level);
+      header.write_string_attribute("wavelength_unit", "Nanometers");
+      header.write_string_attribute("metadata", metadata_);
+      if (!colours_.empty()) {
+        quantised::write_matrix(header, "RGB", colours_, deflate_level);
+      }
+    }
+    file.close();
+  } catch (const hdf5_error& error) {
+    std::error_code ignored;
+    std::filesystem::remove(temporary, ignored);
+    hdf5_failure(error);
+  } catch (...) {
+    std::error_code ignored;
+    std::filesystem::remove(temporary, ignored);
+    throw;
+  }
+  std::error_code error;
+  std::filesystem::rename(temporary, file_name, error);
+  if (error) {
+    std::filesystem::remove(temporary, error);
+    throw std::runtime_error("HDF5 Error in rename to " + file_name + ": " + error.message());
+  }
+}
+
+void slz_file::load(const std::string& file_name) {
+  if (file_name.empty() || !hdf5_file::is_hdf5(file_name)) {
+    throw std::runtime_error("Invalid file name: " + file_name);
+  }
+  slz_file loaded;
+  bool has_endmembers = false, has_labels = false, has_header = false;
+  try {
+    const hdf5_file file = hdf5_file::open_read_only(file_name);
+    const hdf5_group root = file.root();
+    for (const std::string& name : root.member_names()) {
+      if (name == "Endmembers") {
+        loaded.endmembers_ = read_endmembers(root);
+        has_endmembers = true;
+      } else if (name == "Labels") {
+        loaded.labels_ = read_labels(file_name);
+        has_labels = true;
+      } else if (name == "HDR") {
+        const hdf5_group header = root.open_group(name);
+        loaded.count_ = static_cast<int>(quantised::read_scalar(header, "numEndmembers"));
+        const std::vector<double> wavelengths = quantised::read_vector(header, "wavelength");
+        loaded.wavelengths_ = arma::vec(wavelengths);
+        if (header.has_attribute("wavelength_unit")) {
+          loaded.unit_ = header.read_string_attribute("wavelength_unit");
+        }
+        if (header.has_attribute("metadata")) {
+          loaded.metadata_ = header.read_string_attribute("metadata");
+        } else {
+          std::cout << "Old format file - no metadata" << std::endl;
+        }
+        if (header.has_member("RGB")) {
+          loaded.colours_ = rounded_colours(quantised::read_matrix(header, "RGB"));
+        }
+        has_header = true;
+      }
+    }
+  } catch (const hdf5_error& error) {
+    hdf5_failure(error);
+  }
+  if (!has_endmembers || !has_labels || !has_header) {
+    throw std::runtime_error(std::string("Missing group ") +
+                             (!has_endmembers ? "Endmembers"
+                              : !has_labels   ? "Labels"
+                                              : "HDR") +
+                             " in file: " + file_name);
+  }
+  if (!nanometre_unit(loaded.unit_)) {
+    throw std::runtime_error("Unsupported wavelength unit: " + loaded.unit_);
+  }
+  // The count is stored as a quantised scalar, which keeps only its low 16 bits.
+  const arma::uword count = loaded.endmembers_.n_cols;
+  if (loaded.endmembers_.n_rows != loaded.wavelengths_.n_elem ||
+      static_cast<arma::uword>(loaded.count_) != (count & 0xFFFFu) ||
+      loaded.labels_.size() != count ||
+      (!loaded.colours_.empty() &&
+       (loaded.colours_.n_rows != count || loaded.colours_.n_cols != 3))) {
+    throw std::runtime_error(incorrect_size);
+  }
+  loaded.count_ = static_cast<int>(count);
+  *this = std::move(loaded);
+}
+
+}  // namespace corv
