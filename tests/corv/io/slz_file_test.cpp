@@ -1,0 +1,164 @@
+#include "corv/io/slz_file.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include "corv/io/hdf5_file.h"
+#include "corv/io/logger.h"
+#include "corv/io/quantised_storage.h"
+#include "corv/io/spectral_library.h"
+#include "tests/corv/test_support.h"
+
+namespace corv {
+namespace {
+
+using test::temp_dir;
+using test::thrown_text;
+
+// Two spectra over four bands with labels that need care in any text format.
+slz_file sample_file() {
+  slz_file file;
+  file.set_wavelengths(arma::vec{400.25, 500, 600, 700.5});
+  file.set_endmember_count(2);
+  file.set_endmembers(arma::fmat{{0.1f, 0.9f}, {0.2f, 0.8f}, {0.35f, 0.7f}, {0.4f, -0.05f}});
+  file.set_labels({"grass, dry", "tile \"red\" \xC2\xB5m"});
+  file.set_metadata("measured 2016");
+  return file;
+}
+
+TEST(slz_file_test, saving_reports_what_is_missing_in_order) {
+  temp_dir dir;
+  const std::string name = dir / "x.slz";
+  slz_file file;
+  EXPECT_EQ(thrown_text([&] { file.save(name, true); }), "invalid object");
+  file.set_endmember_count(2);
+  EXPECT_EQ(thrown_text([&] { file.save(name, true); }), "wavelengths have not been set");
+  file.set_endmember_count(0);
+  file.set_wavelengths(arma::vec{1, 2, 3});
+  EXPECT_EQ(thrown_text([&] { file.save(name, true); }),
+            "The number of Endmember has not been set");
+  file.set_endmember_count(2);
+  EXPECT_EQ(thrown_text([&] { file.save(name, true); }), "invalid object");
+  EXPECT_EQ(thrown_text([&] { file.set_endmembers(arma::fmat(3, 3)); }),
+            "Incorrect Endmember number or wavelength size");
+  EXPECT_EQ(thrown_text([&] { file.set_endmembers(arma::fmat(4, 2)); }),
+            "Incorrect Endmember number or wavelength size");
+  EXPECT_EQ(thrown_text([&] { file.set_labels({"only one"}); }),
+            "Incorrect Endmember number or wavelength size");
+  EXPECT_EQ(thrown_text([&] { file.set_colours(arma::mat(2, 4)); }),
+            "Incorrect Endmember number or wavelength size");
+  file.set_endmembers(arma::fmat(3, 2, arma::fill::ones));
+  // The count changed after the labels were set: caught before anything is written.
+  EXPECT_EQ(thrown_text([&] { file.save(name, true); }),
+            "Incorrect Endmember number or wavelength size");
+  EXPECT_FALSE(std::filesystem::exists(name));
+}
+
+TEST(slz_file_test, saving_replaces_a_file_only_with_the_overwrite_flag) {
+  temp_dir dir;
+  const std::string name = dir / "x.slz";
+  test::write_text(name, "old");
+  EXPECT_EQ(thrown_text([&] { sample_file().save(name, false); }), "File already exists: " + name);
+  EXPECT_EQ(test::read_bytes(name), "old");
+  sample_file().save(name, true);
+  EXPECT_TRUE(hdf5_file::is_hdf5(name));
+  // Nothing but the file itself is left in the folder.
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.str()), {}), 1);
+}
+
+TEST(slz_file_test, a_saved_file_reads_back_within_one_quantisation_step) {
+  temp_dir dir;
+  const std::string name = dir / "x.slz";
+  slz_file written = sample_file();
+  written.set_colours(arma::mat{{31, 119, 180}, {255, 127, 14}});
+  written.save(name, false);
+
+  slz_file read;
+  read.load(name);
+  EXPECT_EQ(read.endmember_count(), 2);
+  EXPECT_EQ(read.labels(), written.labels());
+  EXPECT_EQ(read.metadata(), "measured 2016");
+  EXPECT_EQ(read.wavelength_unit(), "Nanometers");
+  ASSERT_EQ(read.wavelengths().n_elem, 4u);
+  const double wavelength_step = (700.5 - 400.25) / 65535;
+  EXPECT_NEAR(read.wavelengths()(0), 400.25, wavelength_step);
+  EXPECT_NEAR(read.wavelengths()(3), 700.5, wavelength_step);
+  ASSERT_EQ(read.endmembers().n_rows, 4u);
+  ASSERT_EQ(read.endmembers().n_cols, 2u);
+  const double step = (0.9 - -0.05) / 65535;
+  EXPECT_LE(arma::abs(read.endmembers() - written.endmembers()).max(), step + 1e-7);
+  EXPECT_EQ(read.endmembers()(3, 1), -0.05f);  // the minimum is exact
+  EXPECT_NEAR(read.endmembers()(0, 1), 0.9f, 1e-6);
+  EXPECT_TRUE(arma::approx_equal(read.colours(), written.colours(), "absdiff", 0.0));
+
+  // A block of one value is stored unscaled: only its integer part survives.
+  // Negative values never form such a block, as the scan's maximum starts above 0.
+  for (const auto& [value, expected] : {std::pair{7.0f, 7.0f}, {0.5f, 0.0f}, {-3.0f, -3.0f}}) {
+    slz_file flat = sample_file();
+    flat.set_endmembers(arma::fmat(4, 2).fill(value));
+    flat.save(name, true);
+    read.load(name);
+    EXPECT_TRUE(arma::all(arma::vectorise(read.endmembers()) == expected)) << value;
+  }
+
+  // Without colours, none come back.
+  sample_file().save(name, true);
+  read.load(name);
+  EXPECT_TRUE(read.colours().empty());
+}
+
+TEST(slz_file_test, loading_refuses_unusable_names_and_incomplete_files) {
+  temp_dir dir;
+  slz_file file;
+  EXPECT_EQ(thrown_text([&] { file.load(""); }), "Invalid file name: ");
+  EXPECT_EQ(thrown_text([&] { file.load(dir / "none.slz"); }),
+            "Invalid file name: " + dir / "none.slz");
+  test::write_text(dir / "text.slz", "wavelength,a\n400,1\n");
+  EXPECT_EQ(thrown_text([&] { file.load(dir / "text.slz"); }),
+            "Invalid file name: " + dir / "text.slz");
+
+  {
+    hdf5_file other = hdf5_file::create(dir / "other.h5");
+    hdf5_group root = other.root();
+    quantised::write_matrix(root, "Endmembers", arma::mat(2, 2, arma::fill::ones));
+    root.create_group("Unrelated");
+  }
+  EXPECT_EQ(thrown_text([&] { file.load(dir / "other.h5"); }),
+            "Missing group Labels in file: " + dir / "other.h5");
+  EXPECT_TRUE(file.endmembers().empty());
+}
+
+TEST(slz_file_test, the_library_round_trips_through_its_file) {
+  temp_dir dir;
+  const std::string name = dir / "lib.slz";
+  spectral_library library(arma::fmat{{0.5f, 0.25f}, {0.75f, 1.0f}}, {"a", "b"},
+                           arma::fvec{450.0f, 550.0f});
+  library.set_metadata("two test spectra");
+  library.save(name);
+
+  spectral_library loaded;
+  loaded.load(name);
+  EXPECT_EQ(loaded.labels(), library.labels());
+  EXPECT_EQ(loaded.sources(), (std::vector<std::string>{name, name}));
+  EXPECT_EQ(loaded.metadata(), "two test spectra");
+  EXPECT_LE(arma::abs(loaded.endmembers() - library.endmembers()).max(), 0.75f / 65535);
+  EXPECT_TRUE(arma::approx_equal(loaded.colours(), library.colours(), "absdiff", 0.0f));
+  EXPECT_FLOAT_EQ(loaded.wavelengths()(1), 550.0f);
+
+  // A library read from a file without colours is saved without them.
+  slz_file plain = sample_file();
+  plain.save(name, true);
+  loaded.load(name);
+  EXPECT_FALSE(loaded.has_colours());
+  loaded.add_endmembers(arma::fmat(4, 1, arma::fill::zeros), {"added"});
+  loaded.save(name);
+  slz_file reread;
+  reread.load(name);
+  EXPECT_TRUE(reread.colours().empty());
+  EXPECT_EQ(reread.labels().back(), "added");
+}
+
+}  // namespace
+}  // namespace corv
