@@ -9,6 +9,7 @@
 #include "corv/io/file_path.h"
 #include "corv/io/hdr_input.h"
 #include "corv/io/logger.h"
+#include "corv/io/spectral_library.h"
 
 namespace corv {
 
@@ -116,6 +117,15 @@ void component_input::open_files() {
     } else {
       logger::instance() << "component_input: Couldn't find " << name << "EOL";
     }
+  }
+  const std::string library_file = base.string() + "_spectral_library.slz";
+  if (file_exists(library_file)) {
+    auto library = std::make_shared<spectral_library>();
+    library->load(library_file);
+    library_ = std::move(library);
+    logger::instance() << "component_input: Loaded " << library_file << "EOL";
+  } else {
+    logger::instance() << "component_input: Couldn't find " << library_file << "EOL";
   }
 }
 
@@ -281,11 +291,17 @@ matrix component_input::elements() {
 }
 
 matrix component_input::endmembers() {
-  missing_member("endmembers");
+  if (!library_) {
+    missing_member("endmembers");
+  }
+  return library_->endmembers();
 }
 
 labels component_input::endmember_labels() {
-  missing_member("endmember_labels");
+  if (!library_) {
+    missing_member("endmember_labels");
+  }
+  return library_->labels();
 }
 
 cube component_input::element_abundances() {

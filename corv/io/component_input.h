@@ -23,7 +23,8 @@ class spectral_library;
 // either by inverting that model from I, illuminant, k and g (values that come
 // out infinite or NaN, where g or L(b) is 0, become 0), or else as each pixel's
 // mix of material elements, s(r,c,:) = sum_j abundance(r,c,j) * element
-// index(r,c,j), with element numbers counted from 0.
+// index(r,c,j), with element numbers counted from 0. The endmembers and their
+// labels come from the set's spectral library file.
 class component_input : public input {
  public:
   component_input(const std::string& directory, const std::string& prefix);

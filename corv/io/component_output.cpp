@@ -8,6 +8,7 @@
 #include "corv/io/file_path.h"
 #include "corv/io/hdr_output.h"
 #include "corv/io/logger.h"
+#include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
 
 namespace fs = std::filesystem;
@@ -158,8 +159,18 @@ void component_output::write(pipeline& source, const std::string& file_name) {
                  "component_output: endmember abundances not available, skipping..",
                  [&] { return per_pixel(source.endmember_abundances()); });
 
-  logger::instance() << "component_output: Spectral Library not available, skipping.."
-                     << "EOL";
+  const std::shared_ptr<spectral_library> library = source.library();
+  const std::string library_file = base + "_spectral_library.slz";
+  if (!library) {
+    logger::instance() << "component_output: Spectral Library not available, skipping.."
+                       << "EOL";
+  } else if (library->empty()) {
+    logger::instance() << "component_output: Spectral Library is empty."
+                       << "EOL";
+  } else {
+    library->save(library_file);
+    logger::instance() << "component_output: Saved Spectral Library to " << library_file << "EOL";
+  }
 }
 
 }  // namespace corv
