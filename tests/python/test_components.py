@@ -100,6 +100,19 @@ def test_a_processed_image_comes_back_whole(tmp_path, logger):
     ):
         assert same_bits(getattr(back, component)(), getattr(source, component)()), component
 
+    # The pipeline binding attaches no library: the set's library file is written
+    # beside it here and served as the endmembers.
+    with pytest.raises(RuntimeError) as refusal:
+        back.endmembers()
+    assert str(refusal.value) == missing("endmembers")
+    endmembers = np.array([[0.0, 1.0], [0.5, 0.25], [1.0, 0.0]], dtype=np.float32)
+    corv.spectral_library(endmembers, ["grass", "soil"], source.wavelengths()).save(
+        str(tmp_path / "scene_spectral_library.slz")
+    )
+    back = corv.component_input(str(tmp_path), "scene")
+    assert back.endmember_labels() == ["grass", "soil"]
+    np.testing.assert_allclose(back.endmembers(), endmembers, rtol=0, atol=1e-4)
+
     with pytest.raises(RuntimeError) as refusal:
         corv.component_input(str(tmp_path), "other")
     assert str(refusal.value) == "component_input: Didn't load any components."

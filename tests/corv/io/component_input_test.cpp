@@ -8,6 +8,7 @@
 #include "corv/io/data_input.h"
 #include "corv/io/hdr_output.h"
 #include "corv/io/logger.h"
+#include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
 #include "tests/corv/test_support.h"
 
@@ -23,8 +24,10 @@ using test::thrown_text;
 std::vector<std::string> input_lines() {
   std::vector<std::string> lines;
   for (const auto& entry : logger::instance().entries()) {
-    if (entry.second.rfind("hdr_input: ", 0) != 0 && entry.second.rfind("pipeline: ", 0) != 0) {
-      lines.push_back(entry.second);
+    const std::string& line = entry.second;
+    if (line.rfind("hdr_input: ", 0) != 0 && line.rfind("pipeline: ", 0) != 0 &&
+        line.rfind("spectral_library: ", 0) != 0) {
+      lines.push_back(line);
     }
   }
   return lines;
@@ -64,8 +67,10 @@ class component_input_test : public ::testing::Test {
              bool reflectance = false) {
     write_envi(data, wavelengths, dir / (name + ".fla"), 4, reflectance);
   }
-  void write_set(const std::shared_ptr<data_input>& source, const std::string& prefix) {
+  void write_set(const std::shared_ptr<data_input>& source, const std::string& prefix,
+                 const std::shared_ptr<spectral_library>& library = nullptr) {
     pipeline image(source);
+    image.set_library(library);
     component_output().write(image, dir / prefix);
     logger::instance().clear_entries();
   }
@@ -87,7 +92,10 @@ TEST_F(component_input_test, a_written_set_reads_back_exactly) {
   source->set_element_abundance_indexes(coded_cube(2, 3, 2) - 1.0f);
   source->set_endmember_abundances(coded_cube(2, 3, 3) / 10.0f);
   source->set_endmember_abundance_indexes(coded_cube(2, 3, 1));
-  write_set(source, "scene");
+  const auto library = std::make_shared<spectral_library>(
+      matrix{{0.25f, 0.5f}, {0.75f, 1.0f}, {0.0f, 0.5f}, {1.0f, 0.0f}},
+      std::vector<std::string>{"grass", "soil"}, source->wavelengths());
+  write_set(source, "scene", library);
 
   component_input back(dir.str(), "scene");
   const std::string b = base("scene");
@@ -103,8 +111,11 @@ TEST_F(component_input_test, a_written_set_reads_back_exactly) {
                                "component_input: Loaded " + b + "_indexes.hdr",
                                "component_input: Loaded " + b + "_endindexes.hdr",
                                "component_input: Loaded " + b + "_endabundances.hdr",
+                               "component_input: Loaded " + b + "_spectral_library.slz",
                            }));
   EXPECT_EQ(back.input_kind(), 3);
+  EXPECT_EQ(back.endmember_labels(), library->labels());
+  EXPECT_TRUE(arma::approx_equal(back.endmembers(), library->endmembers(), "absdiff", 1e-4f));
   EXPECT_EQ(back.height(), 2u);
   EXPECT_EQ(back.width(), 3u);
   EXPECT_EQ(back.bands(), 4u);
@@ -150,6 +161,7 @@ TEST_F(component_input_test, a_set_of_one_file_serves_that_component_alone) {
                                "component_input: Couldn't find " + b + "_indexes.hdr",
                                "component_input: Couldn't find " + b + "_endindexes.hdr",
                                "component_input: Couldn't find " + b + "_endabundances.hdr",
+                               "component_input: Couldn't find " + b + "_spectral_library.slz",
                            }));
   EXPECT_TRUE(same(back.s(), coded_cube(2, 3, 4)));
   EXPECT_TRUE(arma::approx_equal(back.wavelengths(), linear_wavelengths(4), "absdiff", 0.0f));
@@ -368,7 +380,17 @@ TEST_F(component_input_test, a_set_needs_a_directory_a_prefix_and_one_file) {
             "component_input: Didn't load any components.");
   EXPECT_EQ(thrown_text([&] { component_input(dir / "absent", "other"); }),
             "component_input: Didn't load any components.");
-  EXPECT_EQ(input_lines().size(), 22u);
+  EXPECT_EQ(input_lines().back(),
+            "component_input: Couldn't find " + dir / "absent/other_spectral_library.slz");
+  EXPECT_EQ(input_lines().size(), 24u);
+
+  // The spectral library alone is a set.
+  spectral_library(matrix{{1, 2}}, {"a", "b"}, vector{500}).save(dir / "lib_spectral_library.slz");
+  component_input library_only(dir.str(), "lib");
+  EXPECT_EQ(library_only.endmember_labels(), (labels{"a", "b"}));
+  EXPECT_EQ(library_only.bands(), 0u);
+  EXPECT_EQ(thrown_text([&] { library_only.wavelengths(); }),
+            "corv::component_input: Member 'wavelengths' does not exist for this input.");
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "corv/io/hdr_input.h"
 #include "corv/io/hdr_output.h"
 #include "corv/io/logger.h"
+#include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
 #include "tests/corv/test_support.h"
 
@@ -77,6 +78,10 @@ class component_output_test : public ::testing::Test {
 TEST_F(component_output_test, writes_every_component_in_order_in_a_new_directory) {
   const auto source = processed_image();
   pipeline image(source);
+  const auto library = std::make_shared<spectral_library>(
+      matrix{{0.25f, 0.5f}, {0.75f, 1.0f}, {0.0f, 0.5f}, {1.0f, 0.0f}},
+      std::vector<std::string>{"grass", "soil"}, source->wavelengths());
+  image.set_library(library);
   const std::string set = dir / "set";
   component_output().write(image, set + "/scene.hdr");
 
@@ -95,7 +100,7 @@ TEST_F(component_output_test, writes_every_component_in_order_in_a_new_directory
                 "component_output: Saved indexes to " + base + "_indexes.hdr",
                 "component_output: Saved endmember indexes to " + base + "_endindexes.hdr",
                 "component_output: Saved endmember abundances to " + base + "_endabundances.hdr",
-                "component_output: Spectral Library not available, skipping..",
+                "component_output: Saved Spectral Library to " + base + "_spectral_library.slz",
             }));
   EXPECT_EQ(files_in(set), (std::vector<std::string>{"scene_I.fla",
                                                      "scene_I.hdr",
@@ -116,7 +121,8 @@ TEST_F(component_output_test, writes_every_component_in_order_in_a_new_directory
                                                      "scene_k.fla",
                                                      "scene_k.hdr",
                                                      "scene_s.fla",
-                                                     "scene_s.hdr"}));
+                                                     "scene_s.hdr",
+                                                     "scene_spectral_library.slz"}));
 
   // Each file is an ordinary ENVI image: spectra keep the image's wavelengths,
   // per-pixel values number their bands from 1.
@@ -159,6 +165,11 @@ TEST_F(component_output_test, writes_every_component_in_order_in_a_new_directory
   EXPECT_TRUE(same(hdr_input(base + "_endindexes.hdr").I(), source->endmember_abundance_indexes()));
   EXPECT_TRUE(same(hdr_input(base + "_endabundances.hdr").I(), source->endmember_abundances()));
   EXPECT_TRUE(same(hdr_input(base + "_abundances.hdr").I(), source->element_abundances()));
+
+  spectral_library saved;
+  saved.load(base + "_spectral_library.slz");
+  EXPECT_EQ(saved.labels(), library->labels());
+  EXPECT_TRUE(arma::approx_equal(saved.endmembers(), library->endmembers(), "absdiff", 1e-4f));
 }
 
 TEST_F(component_output_test, missing_components_are_skipped_with_their_own_messages) {
@@ -168,6 +179,7 @@ TEST_F(component_output_test, missing_components_are_skipped_with_their_own_mess
   recovered.set_k(matrix(2, 2, arma::fill::ones));
   recovered.set_g(matrix(2, 2, arma::fill::ones));
   recovered.set_s(coded_cube(2, 2, 3));
+  recovered.set_library(std::make_shared<spectral_library>());
   const output_ptr writer = std::make_shared<component_output>(7u);
   recovered.save(writer, dir / "scene");
 
@@ -184,7 +196,7 @@ TEST_F(component_output_test, missing_components_are_skipped_with_their_own_mess
                                 "component_output: indexes not available, skipping..",
                                 "component_output: endmember indexes not available, skipping..",
                                 "component_output: endmember abundances not available, skipping..",
-                                "component_output: Spectral Library not available, skipping..",
+                                "component_output: Spectral Library is empty.",
                             }));
   EXPECT_EQ(files_in(dir.str()).size(), 10u);
 
@@ -203,6 +215,7 @@ TEST_F(component_output_test, missing_components_are_skipped_with_their_own_mess
                 "component_output: g not available, skipping...",
                 "component_output: Saved s to " + dir / "sub/only_s.hdr",
             }));
+  EXPECT_EQ(lines.back(), "component_output: Spectral Library not available, skipping..");
   EXPECT_EQ(files_in(dir / "sub"), (std::vector<std::string>{"only_s.fla", "only_s.hdr"}));
   EXPECT_EQ(component_output(7u).setting(), 7u);
 }
