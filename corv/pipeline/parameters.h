@@ -3,13 +3,20 @@
 
 namespace corv {
 
+// Codes of the preparation filters.
+enum FILTER_METHOD : int {
+  FILTER_SAVITZKY_GOLAY = 0,  // spectral
+  FILTER_WIENER = 1,          // spatial
+  FILTER_MOVING_AVERAGE = 2,  // spectral
+};
+
 // Every processing parameter of a pipeline, with its default.
 struct parameters {
   int verbosity = 0;
   int illuminant_method = 0;
   float spatial_smoothness = 50.0f;
   int illuminant_patch_size = 20;
-  bool wiener_marker = false;
+  bool wiener_marker = false;  // set once the image has been Wiener-filtered
   bool second_illuminant = true;
   int gray_order = 1;
   int dichromatic_method = 0;

@@ -86,6 +86,13 @@ class pipeline {
   void set_nurbs_alpha(float value) { parameters_.nurbs_alpha = value; }
   void set_endmember_setting(int value) { parameters_.endmember_setting = value; }
 
+  // Image preparation. Each works on I, or on s when its flag is set, after
+  // discarding the components computed from the old image.
+  void crop(int first_row, int first_col, int last_row, int last_col, bool reflectance);
+  void resize(int rows, int cols, bool reflectance);
+  void remove_bands(const band_list& bands, bool reflectance);
+  void filter(int method, int size, bool reflectance);
+
   // Processing stages, in the order a full run calls them. Each checks its
   // prerequisites first and leaves what it was to produce empty when it fails.
   void process_recover_illuminant(bool start_afresh);
@@ -144,9 +151,23 @@ class pipeline {
  private:
   template <typename T, typename Load>
   const T& fetch(T& member, const char* name, Load load);
+  // The cube a preparation operation changes, loaded under its log prefix.
+  cube& prepared_cube(bool reflectance, const std::string& prefix);
+  // Records the dimensions of a changed cube (I, or s standing in for it).
+  void changed(const cube& data);
 
   std::string log_prefix_ = "pipeline: ";
 };
+
+template <typename T>
+const T& pipeline::try_get(const T& (pipeline::*getter)()) {
+  static const T none;
+  try {
+    return (this->*getter)();
+  } catch (const std::exception&) {
+    return none;
+  }
+}
 
 }  // namespace corv
 

@@ -26,15 +26,6 @@ pipeline::log_prefix_scope::~log_prefix_scope() {
   owner_.log_prefix_ = previous_;
 }
 
-template <typename T>
-const T& pipeline::try_get(const T& (pipeline::*getter)()) {
-  static const T none;
-  try {
-    return (this->*getter)();
-  } catch (const std::exception&) {
-    return none;
-  }
-}
 
 std::vector<std::string> pipeline::banner() {
   return {

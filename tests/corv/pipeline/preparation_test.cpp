@@ -1,0 +1,148 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "corv/analysis/smoothing.h"
+#include "corv/io/data_input.h"
+#include "corv/io/logger.h"
+#include "corv/pipeline/cube_resize.h"
+#include "corv/pipeline/pipeline.h"
+#include "corv/pipeline/wiener.h"
+#include "tests/corv/test_support.h"
+
+namespace corv {
+namespace {
+
+using test::coded_cube;
+using test::thrown_text;
+
+class preparation_test : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    logger::instance().set_echo(false);
+    image.set_I(coded_cube(4, 5, 6), test::linear_wavelengths(6));
+    image.set_illuminant(vector(6, arma::fill::ones));
+    image.set_k(matrix(4, 5, arma::fill::zeros));
+  }
+  pipeline image;
+};
+
+TEST_F(preparation_test, crop_keeps_the_rectangle_and_discards_derived_components) {
+  image.crop(1, 2, 1, 4, false);
+  EXPECT_EQ(image.height(), 1u);
+  EXPECT_EQ(image.width(), 3u);
+  EXPECT_TRUE(
+      arma::approx_equal(image.I(), cube(coded_cube(4, 5, 6).tube(1, 2, 1, 4)), "absdiff", 0.0f));
+  EXPECT_THROW(image.illuminant(), std::runtime_error);
+  EXPECT_THROW(image.k(), std::runtime_error);
+  for (const auto& rectangle :
+       std::vector<std::array<int, 4>>{{0, 0, 1, 3}, {-1, 0, 0, 0}, {0, 0, 0, 3}, {1, 0, 0, 0}}) {
+    EXPECT_EQ(thrown_text([&] {
+                image.crop(rectangle[0], rectangle[1], rectangle[2], rectangle[3], false);
+              }),
+              "pipeline crop: Error - Invalid parameters.");
+  }
+}
+
+TEST_F(preparation_test, resize_resamples_every_band_bilinearly) {
+  image.resize(8, 10, false);
+  EXPECT_EQ(image.height(), 8u);
+  EXPECT_EQ(image.width(), 10u);
+  EXPECT_EQ(image.bands(), 6u);
+  // A cube that varies linearly stays within its range and keeps its corners' order.
+  EXPECT_GE(image.I().min(), 1.0f);
+  EXPECT_LE(image.I().max(), 545.0f);
+  cube flat(3, 3, 2, arma::fill::value(4.0f));
+  resize_cube(flat, 5, 2, 1);
+  EXPECT_TRUE(arma::approx_equal(flat, cube(5, 2, 2, arma::fill::value(4.0f)), "absdiff", 1e-6f));
+  // Rows stay rows: a cube that varies down the rows only still does after resizing.
+  cube rows_only(4, 3, 1);
+  for (arma::uword r = 0; r < 4; ++r) {
+    rows_only.row(r).fill(static_cast<float>(r));
+  }
+  resize_cube(rows_only, 8, 3, 1);
+  EXPECT_TRUE(
+      arma::approx_equal(rows_only.slice(0).col(0), rows_only.slice(0).col(2), "absdiff", 0.0f));
+  EXPECT_LT(rows_only(0, 0, 0), rows_only(7, 0, 0));
+  EXPECT_EQ(thrown_text([&] { image.resize(0, 4, false); }),
+            "pipeline resize: Error - Invalid parameters.");
+  EXPECT_EQ(thrown_text([&] { resize_cube(flat, 1, 0, 1); }),
+            "Cannot resize smaller than 1 pixel.");
+}
+
+TEST_F(preparation_test, remove_bands_drops_planes_and_wavelengths) {
+  image.remove_bands({0, 3}, false);
+  EXPECT_EQ(image.bands(), 4u);
+  EXPECT_TRUE(arma::approx_equal(image.wavelengths(), vector{410, 420, 440, 450}, "absdiff", 0.0f));
+  EXPECT_EQ(image.I()(0, 0, 2), 1.0f + 100 * 4);
+  pipeline three;
+  three.set_I(coded_cube(2, 2, 3), vector{1, 2, 3});
+  EXPECT_EQ(thrown_text([&] {
+              three.remove_bands({0, 1}, false);
+            }),
+            "remove_bands: Cannot reduce image to less than 2 bands");
+  EXPECT_EQ(thrown_text([&] { image.remove_bands({9}, false); }),
+            "remove_bands: Band 9 does not exist; the image has 4 bands.");
+}
+
+TEST_F(preparation_test, filter_checks_its_size_first_and_its_method_after_the_reset) {
+  for (const int size : {0, 33}) {
+    EXPECT_EQ(thrown_text([&] { image.filter(FILTER_WIENER, size, false); }),
+              "pipeline filter: Error - invalid parameters.");
+    EXPECT_NO_THROW(image.illuminant());  // nothing changed yet
+  }
+  EXPECT_EQ(thrown_text([&] { image.filter(3, 5, false); }),
+            "pipeline filter: Error - invalid parameters (method does not exist)");
+  EXPECT_THROW(image.illuminant(), std::runtime_error);
+  EXPECT_EQ(logger::instance().entries().back().second,
+            "pipeline filter: Error - invalid parameters (method does not exist).");
+}
+
+TEST_F(preparation_test, filters_apply_to_every_band_or_spectrum_and_mark_wiener) {
+  cube expected = image.I();
+  moving_average(expected, 3);
+  image.filter(FILTER_MOVING_AVERAGE, 3, false);
+  EXPECT_TRUE(arma::approx_equal(image.I(), expected, "absdiff", 1e-4f));
+  EXPECT_EQ(logger::instance().stage(), stage_filter);
+  EXPECT_FALSE(image.parameters().wiener_marker);
+
+  expected = image.I();
+  for (arma::uword b = 0; b < expected.n_slices; ++b) {
+    expected.slice(b) = wiener_filter(expected.slice(b), 3, 3);
+  }
+  image.filter(FILTER_WIENER, 3, false);
+  EXPECT_TRUE(arma::approx_equal(image.I(), expected, "absdiff", 1e-4f));
+  EXPECT_TRUE(image.parameters().wiener_marker);
+}
+
+TEST_F(preparation_test, the_reflectance_flag_prepares_s) {
+  auto source = std::make_shared<data_input>();
+  source->set_s(coded_cube(3, 3, 3));
+  source->set_wavelengths(vector{1, 2, 3});
+  pipeline reflectance(source);
+  reflectance.crop(0, 0, 1, 1, true);
+  EXPECT_EQ(reflectance.s().n_rows, 2u);
+  EXPECT_EQ(reflectance.height(), 2u);
+}
+
+TEST(wiener_test, matches_the_formula_with_zero_padding) {
+  const matrix g = {{1, 2, 3}, {4, 5, 6}, {7, 8, 20}};
+  const matrix sums = window_sums(g, 3, 3);
+  EXPECT_FLOAT_EQ(sums(1, 1), 56.0f);
+  EXPECT_FLOAT_EQ(sums(0, 0), 1 + 2 + 4 + 5);
+  EXPECT_FLOAT_EQ(window_sums(g, 2, 2)(0, 0), 1 + 2 + 4 + 5);  // even: reaches forwards
+  const matrix mean = sums / 9.0f;
+  const matrix variance = window_sums(arma::square(g), 3, 3) / 9.0f - arma::square(mean);
+  const float noise = arma::mean(arma::vectorise(variance));
+  const matrix out = wiener_filter(g, 3, 3);
+  for (arma::uword i = 0; i < g.n_elem; ++i) {
+    const float gain = std::max(variance(i) - noise, 0.0f) / std::max(variance(i), noise);
+    EXPECT_NEAR(out(i), mean(i) + gain * (g(i) - mean(i)), 1e-4f);
+  }
+  // Inside a constant band there is no variance: the output is the local mean.
+  const matrix flat(4, 4, arma::fill::value(2.0f));
+  EXPECT_FLOAT_EQ(wiener_filter(flat, 3, 3)(1, 1), 2.0f);
+}
+
+}  // namespace
+}  // namespace corv
