@@ -1,9 +1,8 @@
 #include "corv/io/open_input.h"
 
-#include <stdexcept>
-
 #include "corv/io/file_path.h"
 #include "corv/io/hdr_input.h"
+#include "corv/io/hsz_input.h"
 #include "corv/io/tif_input.h"
 
 namespace corv {
@@ -35,7 +34,7 @@ std::shared_ptr<input> open_input(const std::string& file_name, bool hold) {
     case image_format::tiff:
       return std::make_shared<tif_input>(file_name, hold);
     case image_format::hsz:
-      throw std::runtime_error("open_input: HSZ files are not supported yet: " + file_name);
+      return std::make_shared<hsz_input>(file_name, hold);
     default:
       return std::make_shared<hdr_input>(file_name, hold);
   }

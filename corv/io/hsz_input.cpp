@@ -1,0 +1,287 @@
+#include "corv/io/hsz_input.h"
+
+#include <array>
+#include <stdexcept>
+#include <utility>
+
+namespace corv {
+
+namespace {
+
+[[noreturn]] void refuse(const std::string& text) {
+  throw std::runtime_error("hsz_input: " + text);
+}
+
+matrix to_matrix(const quantised::value_block& values) {
+  matrix out(values.rows(), values.cols());
+  const std::vector<double>& in = values.values();
+  const std::ptrdiff_t count = static_cast<std::ptrdiff_t>(out.n_elem);
+#pragma omp parallel for if (count > 65536)
+  for (std::ptrdiff_t i = 0; i < count; ++i) {
+    out[static_cast<arma::uword>(i)] = static_cast<float>(in[static_cast<std::size_t>(i)]);
+  }
+  return out;
+}
+
+template <typename T, typename Convert>
+cube to_cube(const quantised::block<T>& values, Convert convert) {
+  cube out(values.rows(), values.cols(), values.slices());
+  const std::vector<T>& in = values.values();
+  const std::ptrdiff_t count = static_cast<std::ptrdiff_t>(out.n_elem);
+#pragma omp parallel for if (count > 65536)
+  for (std::ptrdiff_t i = 0; i < count; ++i) {
+    out[static_cast<arma::uword>(i)] = convert(in[static_cast<std::size_t>(i)]);
+  }
+  return out;
+}
+
+cube values_cube(const quantised::value_block& values) {
+  return to_cube(values, [](double x) { return static_cast<float>(x); });
+}
+
+// The file counts elements from 1, the library from 0.
+cube zero_based_cube(const quantised::index_block& indexes) {
+  return to_cube(indexes, [](std::int32_t index) { return static_cast<float>(index - 1); });
+}
+
+}  // namespace
+
+hsz_input::hsz_input(const std::string& file_name, bool hold) : file_name_(file_name), hold_(hold) {
+  bool read = false;
+  try {
+    read = record_.load(file_name);
+  } catch (const std::exception& error) {
+    throw std::runtime_error(std::string("Error constructing HSZ: ") + error.what());
+  }
+  if (!read) {
+    throw std::runtime_error("Error reading in HSZ file.");
+  }
+  const hsz_header& header = record_.header;
+  const std::array<std::pair<const char*, const std::string*>, 3> encodings = {{
+      {"EncodingK", &header.encoding_k},
+      {"EncodingL", &header.encoding_l},
+      {"EncodingS", &header.encoding_s},
+  }};
+  for (const auto& [name, encoding] : encodings) {
+    if (*encoding == "NURBS") {
+      refuse("NURBS encoded spectra are not supported (" + std::string(name) + "): " + file_name);
+    }
+  }
+  height_ = static_cast<std::uint32_t>(header.lines);
+  width_ = static_cast<std::uint32_t>(header.samples);
+  bands_ = static_cast<std::uint32_t>(header.bands);
+}
+
+void hsz_input::set_hold(bool hold) {
+  hold_ = hold;
+  if (!hold_) {
+    held_I_.reset();
+    held_s_.reset();
+  }
+}
+
+void hsz_input::check_pixels(const quantised::value_block& values, std::uint32_t slices,
+                             const std::string& name) const {
+  if (values.empty()) {
+    refuse(name + " contains no data.");
+  }
+  if (values.shape() != quantised::block_shape{height_, width_, slices}) {
+    refuse("Data size mismatch: " + name + " is incorrect size.");
+  }
+}
+
+void hsz_input::check_pixels(const quantised::index_block& indexes, std::uint32_t slices,
+                             const std::string& name) const {
+  if (indexes.empty()) {
+    refuse(name + " contains no data.");
+  }
+  if (indexes.shape() != quantised::block_shape{height_, width_, slices}) {
+    refuse("Data size mismatch: " + name + " is incorrect size.");
+  }
+}
+
+void hsz_input::check_elements(const quantised::value_block& elements,
+                               const std::string& part) const {
+  if (elements.empty()) {
+    refuse(part + "->Elements contains no data.");
+  }
+  if (elements.rows() != bands_ || elements.slices() != 1) {
+    refuse("Data size mismatch: " + part + "->Elements contains incorrect number of bands.");
+  }
+}
+
+vector hsz_input::wavelengths() {
+  const std::vector<double>& stored = record_.header.wavelengths;
+  if (stored.size() != bands_) {
+    refuse("Data size mismatch: HDR->wavelength contains incorrect number of bands.");
+  }
+  return arma::conv_to<vector>::from(stored);
+}
+
+vector hsz_input::illuminant() {
+  const quantised::value_block& elements = record_.l.elements;
+  check_elements(elements, "L");
+  return to_matrix(elements).col(0);
+}
+
+matrix hsz_input::k() {
+  const hsz_part& part = record_.k;
+  const auto elements = static_cast<std::uint32_t>(record_.header.num_elements_k);
+  check_pixels(part.factor, 1, "K->Factor");
+  check_pixels(part.element_abundances, elements, "K->Element Abundances");
+  check_pixels(part.element_abundance_indexes, elements, "K->Element Abundance Indexes");
+  if (part.elements.rows() != bands_) {
+    refuse("Data size mismatch: K->Elements contains incorrect number of bands.");
+  }
+  return to_matrix(part.factor);
+}
+
+matrix hsz_input::g() {
+  check_pixels(record_.s.factor, 1, "S->Factor (g)");
+  return to_matrix(record_.s.factor);
+}
+
+matrix hsz_input::elements() {
+  check_elements(record_.s.elements, "S");
+  return to_matrix(record_.s.elements);
+}
+
+cube hsz_input::element_abundances() {
+  const auto elements = static_cast<std::uint32_t>(record_.header.num_elements_s);
+  check_pixels(record_.s.element_abundances, elements, "S->Element Abundances");
+  return values_cube(record_.s.element_abundances);
+}
+
+cube hsz_input::element_abundance_indexes() {
+  const auto elements = static_cast<std::uint32_t>(record_.header.num_elements_s);
+  check_pixels(record_.s.element_abundance_indexes, elements, "S->Element Abundances Indexes");
+  return zero_based_cube(record_.s.element_abundance_indexes);
+}
+
+matrix hsz_input::endmembers() {
+  if (record_.s.endmembers.empty()) {
+    refuse("S->Endmembers contains no data.");
+  }
+  return to_matrix(record_.s.endmembers);
+}
+
+labels hsz_input::endmember_labels() {
+  if (record_.endmembers_s.labels.empty()) {
+    refuse("S->Endmember labels contains no data.");
+  }
+  return record_.endmembers_s.labels;
+}
+
+cube hsz_input::endmember_abundances() {
+  if (record_.s.endmember_abundances.empty()) {
+    refuse("S->Endmember abundances contains no data.");
+  }
+  return values_cube(record_.s.endmember_abundances);
+}
+
+cube hsz_input::endmember_abundance_indexes() {
+  if (record_.s.endmember_abundance_indexes.empty()) {
+    refuse("S->Endmember abundance indexes contains no data.");
+  }
+  return zero_based_cube(record_.s.endmember_abundance_indexes);
+}
+
+cube hsz_input::compose_s() const {
+  const hsz_part& part = record_.s;
+  const auto count = static_cast<std::uint32_t>(record_.header.num_elements_s);
+  check_pixels(part.element_abundance_indexes, count, "S->Element Abundances Indexes");
+  check_pixels(part.element_abundances, count, "S->Element Abundances");
+  check_elements(part.elements, "S");
+
+  const std::size_t elements = part.elements.cols();
+  for (const std::int32_t index : part.element_abundance_indexes.values()) {
+    if (index < 1 || static_cast<std::size_t>(index) > elements) {
+      refuse("S->Element Abundances Indexes refers to element " + std::to_string(index) +
+             ", but S->Elements holds " + std::to_string(elements) + ".");
+    }
+  }
+
+  const std::size_t rows = height_;
+  const std::size_t bands = bands_;
+  const std::size_t pixels = rows * width_;
+  const double* abundances = part.element_abundances.values().data();
+  const std::int32_t* indexes = part.element_abundance_indexes.values().data();
+  const double* spectra = part.elements.values().data();
+  cube reflectance(height_, width_, bands_, arma::fill::zeros);
+  // Image column by image column; each pixel sums its elements in order.
+#pragma omp parallel
+  {
+    std::vector<double> sum(rows);
+#pragma omp for
+    for (std::ptrdiff_t c = 0; c < static_cast<std::ptrdiff_t>(width_); ++c) {
+      const std::size_t first = static_cast<std::size_t>(c) * rows;
+      for (std::size_t b = 0; b < bands; ++b) {
+        std::fill(sum.begin(), sum.end(), 0.0);
+        for (std::size_t j = 0; j < count; ++j) {
+          const double* weight = abundances + j * pixels + first;
+          const std::int32_t* element = indexes + j * pixels + first;
+          for (std::size_t r = 0; r < rows; ++r) {
+            sum[r] += weight[r] * spectra[b + bands * static_cast<std::size_t>(element[r] - 1)];
+          }
+        }
+        float* out = reflectance.slice_memptr(b) + first;
+        for (std::size_t r = 0; r < rows; ++r) {
+          out[r] = static_cast<float>(sum[r]);
+        }
+      }
+    }
+  }
+  return reflectance;
+}
+
+cube hsz_input::compose_I() {
+  const vector light = illuminant();
+  const matrix specular = k();
+  const matrix shading = g();
+  const cube reflectance = hold_ ? *held_s() : compose_s();
+  cube image(height_, width_, bands_);
+#pragma omp parallel for
+  for (std::ptrdiff_t b = 0; b < static_cast<std::ptrdiff_t>(bands_); ++b) {
+    const arma::uword band = static_cast<arma::uword>(b);
+    image.slice(band) = light(band) * (shading % reflectance.slice(band) + specular);
+  }
+  return image;
+}
+
+cube_ptr hsz_input::held_s() {
+  if (!held_s_) {
+    held_s_ = std::make_shared<cube>(compose_s());
+  }
+  return held_s_;
+}
+
+cube_ptr hsz_input::held_I() {
+  if (!held_I_) {
+    held_I_ = std::make_shared<cube>(compose_I());
+  }
+  return held_I_;
+}
+
+cube hsz_input::s() {
+  return hold_ ? *held_s() : compose_s();
+}
+
+cube_ptr hsz_input::s_ptr() {
+  if (!hold_) {
+    refuse("tried to access s pointer when data is not stored (turn on hold flag)");
+  }
+  return held_s();
+}
+
+cube hsz_input::I() {
+  return hold_ ? *held_I() : compose_I();
+}
+
+cube_ptr hsz_input::I_ptr() {
+  if (!hold_) {
+    refuse("tried to access I pointer when data is not stored (turn on hold flag)");
+  }
+  return held_I();
+}
+
+}  // namespace corv

@@ -1,0 +1,195 @@
+#include "corv/io/hsz_output.h"
+
+#include <cmath>
+#include <stdexcept>
+
+#include "corv/io/hsz_record.h"
+#include "corv/io/logger.h"
+#include "corv/io/spectral_library.h"
+#include "corv/pipeline/pipeline.h"
+
+namespace corv {
+
+namespace {
+
+using quantised::block_shape;
+using quantised::index_block;
+using quantised::value_block;
+
+block_shape shape_of(const cube& c) {
+  return {static_cast<std::uint32_t>(c.n_rows), static_cast<std::uint32_t>(c.n_cols),
+          static_cast<std::uint32_t>(c.n_slices)};
+}
+
+block_shape shape_of(const matrix& m) {
+  return {static_cast<std::uint32_t>(m.n_rows), static_cast<std::uint32_t>(m.n_cols), 1};
+}
+
+template <typename Array>
+value_block values_of(const Array& values) {
+  return value_block(shape_of(values), std::vector<double>(values.begin(), values.end()));
+}
+
+// The library counts elements from 0, the file from 1.
+index_block one_based(const cube& indexes, const std::string& name) {
+  std::vector<std::int32_t> stored(indexes.n_elem);
+  bool whole = true;
+  const std::ptrdiff_t count = static_cast<std::ptrdiff_t>(indexes.n_elem);
+#pragma omp parallel for reduction(&& : whole) if (count > 65536)
+  for (std::ptrdiff_t i = 0; i < count; ++i) {
+    const float index = indexes[static_cast<arma::uword>(i)];
+    const bool ok = std::isfinite(index) && index >= 0.0f && index < 2147483647.0f;
+    whole = whole && ok;
+    stored[static_cast<std::size_t>(i)] =
+        ok ? static_cast<std::int32_t>(std::lround(index)) + 1 : 0;
+  }
+  if (!whole) {
+    log_and_throw("hsz_output: " + name + " holds a value that is not an element number.");
+  }
+  return index_block(shape_of(indexes), std::move(stored));
+}
+
+// A single element covering every pixel: abundance 1.0, element number 1.
+void single_element(hsz_part& part, std::uint32_t height, std::uint32_t width) {
+  const std::size_t pixels = static_cast<std::size_t>(height) * width;
+  part.element_abundances = value_block({height, width, 1}, std::vector<double>(pixels, 1.0));
+  part.element_abundance_indexes =
+      index_block({height, width, 1}, std::vector<std::int32_t>(pixels, 1));
+}
+
+void require_size(bool agrees, const std::string& name) {
+  if (!agrees) {
+    log_and_throw("hsz_output: Data size mismatch: " + name + " is incorrect size.");
+  }
+}
+
+// Takes a component from the pipeline; its absence is logged and thrown with
+// this writer's texts.
+template <typename T, typename Get>
+T take(Get get, const std::string& log_line, const std::string& thrown_text) {
+  try {
+    return get();
+  } catch (const std::exception&) {
+    log_and_throw(log_line, thrown_text);
+  }
+}
+
+hsz_record record_of(pipeline& source) {
+  // NURBS encoding of the spectra is not available yet: whatever the pipeline's
+  // settings ask for, spectra are stored as they are ("RAW").
+  if (source.parameters().nurbs_encoding) {
+    logger::instance() << "hsz_output: NURBS encoding is not available, storing spectra as RAW."
+                       << "EOL";
+  }
+  const std::uint32_t height = source.height();
+  const std::uint32_t width = source.width();
+  const std::uint32_t bands = source.bands();
+
+  hsz_record record;
+  hsz_header& header = record.header;
+  header.lines = static_cast<std::int32_t>(height);
+  header.samples = static_cast<std::int32_t>(width);
+  header.bands = static_cast<std::int32_t>(bands);
+  header.interleave = "bsq";
+  header.description = "Corvantis HSZ";
+  header.method = "Dichromatic";
+  header.encoding_k = "RAW";
+  header.encoding_l = "RAW";
+  header.encoding_s = "RAW";
+  header.datatype = 12;
+
+  const vector wavelengths =
+      take<vector>([&] { return source.wavelengths(); }, "HSZ Out: Error reading Wavelengths.",
+                   "Error retrieving wavelengths.");
+  const vector illuminant =
+      take<vector>([&] { return source.illuminant(); }, "HSZ Out: Error reading Illuminant.",
+                   "Error retrieving Illuminant.");
+  const matrix k =
+      take<matrix>([&] { return source.k(); }, "HSZ Out: Error reading K.", "Error retrieving K.");
+  const std::string s_log = "HSZ Out: Error reading S (Maybe you didn't generate abundances).";
+  const std::string s_thrown = "Error retrieving S components.";
+  const matrix g = take<matrix>([&] { return source.g(); }, s_log, s_thrown);
+  const matrix elements = take<matrix>([&] { return source.material_elements(); }, s_log, s_thrown);
+  const cube abundances =
+      take<cube>([&] { return source.material_element_abundances(); }, s_log, s_thrown);
+  const cube indexes =
+      take<cube>([&] { return source.material_element_abundance_indexes(); }, s_log, s_thrown);
+
+  require_size(wavelengths.n_elem == bands, "Wavelengths");
+  require_size(illuminant.n_elem == bands, "Illuminant");
+  require_size(k.n_rows == height && k.n_cols == width, "K");
+  require_size(g.n_rows == height && g.n_cols == width, "S->Factor (g)");
+  require_size(elements.n_rows == bands, "S->Elements");
+  require_size(abundances.n_rows == height && abundances.n_cols == width, "S->Element Abundances");
+  require_size(shape_of(indexes) == shape_of(abundances), "S->Element Abundances Indexes");
+  header.wavelengths.assign(wavelengths.begin(), wavelengths.end());
+
+  // L: the illuminant as the single element of every pixel.
+  record.l.elements = values_of(matrix(illuminant));
+  single_element(record.l, height, width);
+  header.indexed_l = 1;
+  header.num_elements_l = 1;
+
+  // K: k scales the illuminant's own spectrum in every pixel.
+  header.num_elements_k = 1;
+  header.indexed_k = 1;
+  record.k.factor = values_of(k);
+  record.k.elements = record.l.elements;
+  single_element(record.k, height, width);
+
+  // S: the material elements mixed per pixel, scaled by g. numElementsS counts
+  // the elements that each pixel mixes, the depth of the abundance arrays.
+  header.indexed_s = 1;
+  record.s.elements = values_of(elements);
+  record.s.factor = values_of(g);
+  record.s.element_abundances = values_of(abundances);
+  record.s.element_abundance_indexes = one_based(indexes, "S->Element Abundances Indexes");
+  header.num_elements_s = static_cast<std::int32_t>(abundances.n_slices);
+
+  if (const std::shared_ptr<spectral_library> library = source.library()) {
+    header.endmember_indexed_s = source.parameters().endmember_setting;
+    record.endmembers_s.count = static_cast<std::int32_t>(library->size());
+    if (library->bands() > 0) {
+      const vector& library_wavelengths = library->wavelengths();
+      record.endmembers_s.wavelengths.assign(library_wavelengths.begin(),
+                                             library_wavelengths.end());
+    }
+    if (!library->empty()) {
+      record.endmembers_s.labels = library->labels();
+      record.s.endmembers = values_of(library->endmembers());
+    }
+    // Endmember abundances exist once the image has been unmixed.
+    try {
+      const cube endmember_abundances = source.endmember_abundances();
+      const cube endmember_indexes = source.endmember_abundance_indexes();
+      record.s.endmember_abundances = values_of(endmember_abundances);
+      record.s.endmember_abundance_indexes =
+          one_based(endmember_indexes, "S->Endmember Abundance Indexes");
+    } catch (const std::exception&) {
+      record.s.endmember_abundances = value_block();
+      record.s.endmember_abundance_indexes = index_block();
+    }
+  }
+  record.endmembers_l.wavelength_unit = "Nanometers";
+  record.endmembers_s.wavelength_unit = "Nanometers";
+  return record;
+}
+
+}  // namespace
+
+void hsz_output::write(pipeline& source, const std::string& file_name) {
+  if (file_name.empty()) {
+    log_and_throw("HSZ_Output: Oops, looks like you forgot to set a filename!",
+                  "Filename not specified for HSZ save.");
+  }
+  const hsz_record record = record_of(source);
+  if (!record.save(file_name, true)) {
+    logger::instance() << "hsz_output: Warning - Overwriting file " << file_name << "EOL";
+    if (!record.save(file_name, true)) {
+      log_and_throw("hsz_output: Could not save " + file_name);
+    }
+  }
+  logger::instance() << "hsz_output: Saved " << file_name << "EOL";
+}
+
+}  // namespace corv
