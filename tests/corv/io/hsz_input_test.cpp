@@ -1,0 +1,254 @@
+#include "corv/io/hsz_input.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "corv/io/hdf5_file.h"
+#include "corv/io/hsz_output.h"
+#include "corv/io/logger.h"
+#include "corv/io/open_input.h"
+#include "corv/io/spectral_library.h"
+#include "corv/pipeline/pipeline.h"
+#include "tests/corv/io/hsz_test_scene.h"
+#include "tests/corv/test_support.h"
+
+namespace corv {
+namespace {
+
+using quantised::index_block;
+using quantised::value_block;
+using test::hsz_scene;
+using test::temp_dir;
+using test::thrown_text;
+
+// Quantisation keeps each stored value within 1/65535 of its range; composed
+// components add a few such steps.
+constexpr float tolerance = 2e-4f;
+
+template <typename A, typename B>
+void expect_close(const A& read, const B& expected, const char* what, float within = tolerance) {
+  ASSERT_EQ(read.n_elem, expected.n_elem) << what;
+  EXPECT_LE(arma::abs(arma::vectorise(read) - arma::vectorise(expected)).max(), within) << what;
+}
+
+class hsz_input_test : public ::testing::Test {
+ protected:
+  void SetUp() override { logger::instance().set_echo(false); }
+
+  std::string write_scene(const std::string& name) {
+    pipeline image(scene.input());
+    hsz_output().write(image, dir / name);
+    return dir / name;
+  }
+
+  hsz_scene scene;
+  temp_dir dir;
+};
+
+TEST_F(hsz_input_test, serves_every_component_of_a_written_image) {
+  hsz_input in(write_scene("scene.hsz"));
+  EXPECT_EQ(in.input_kind(), 1);
+  EXPECT_EQ(in.height(), 2u);
+  EXPECT_EQ(in.width(), 3u);
+  EXPECT_EQ(in.bands(), 4u);
+  expect_close(in.wavelengths(), scene.wavelengths, "wavelengths", 150.0f / 65535.0f);
+  expect_close(in.illuminant(), scene.illuminant, "illuminant");
+  expect_close(in.k(), scene.k, "k");
+  expect_close(in.g(), scene.g, "g");
+  expect_close(in.elements(), scene.elements, "elements");
+  expect_close(in.element_abundances(), scene.abundances, "abundances");
+  EXPECT_TRUE(arma::approx_equal(in.element_abundance_indexes(), scene.indexes, "absdiff", 0.0f));
+  expect_close(in.s(), scene.s(), "s");
+  expect_close(in.I(), scene.I(), "I");
+  const cube composed = in.I();
+  EXPECT_EQ(composed.n_rows, 2u);
+  EXPECT_EQ(composed.n_slices, 4u);
+
+  // Only held data has pointers.
+  EXPECT_EQ(thrown_text([&] { in.I_ptr(); }),
+            "hsz_input: tried to access I pointer when data is not stored (turn on hold flag)");
+  EXPECT_EQ(thrown_text([&] { in.s_ptr(); }),
+            "hsz_input: tried to access s pointer when data is not stored (turn on hold flag)");
+  in.set_hold(true);
+  const cube_ptr held = in.I_ptr();
+  EXPECT_EQ(in.I_ptr(), held);
+  expect_close(*held, scene.I(), "held I");
+  expect_close(*in.s_ptr(), scene.s(), "held s");
+  EXPECT_EQ(in.s_ptr(), in.s_ptr());
+  in.set_hold(false);
+  EXPECT_EQ(thrown_text([&] { in.I_ptr(); }),
+            "hsz_input: tried to access I pointer when data is not stored (turn on hold flag)");
+  EXPECT_TRUE(hsz_input(dir / "scene.hsz", true).hold());
+
+  // No library was attached.
+  EXPECT_EQ(thrown_text([&] { in.endmembers(); }), "hsz_input: S->Endmembers contains no data.");
+  EXPECT_EQ(thrown_text([&] { in.endmember_labels(); }),
+            "hsz_input: S->Endmember labels contains no data.");
+  EXPECT_EQ(thrown_text([&] { in.endmember_abundances(); }),
+            "hsz_input: S->Endmember abundances contains no data.");
+  EXPECT_EQ(thrown_text([&] { in.endmember_abundance_indexes(); }),
+            "hsz_input: S->Endmember abundance indexes contains no data.");
+  EXPECT_EQ(thrown_text([&] { in.I(0, 0, 1, 1); }),
+            "corv::hsz_input: Member 'I' does not exist for this input.");
+
+  // Opened by suffix, and saved again from a pipeline over it.
+  const std::shared_ptr<input> opened = open_input(dir / "scene.hsz");
+  ASSERT_NE(std::dynamic_pointer_cast<hsz_input>(opened), nullptr);
+  pipeline again(opened);
+  hsz_output().write(again, dir / "again.hsz");
+  expect_close(hsz_input(dir / "again.hsz").s(), scene.s(), "s saved twice", 2 * tolerance);
+}
+
+TEST_F(hsz_input_test, serves_the_endmembers_of_an_attached_library) {
+  const std::shared_ptr<data_input> source = scene.input();
+  cube abundances(2, 3, 1);
+  abundances.slice(0) = matrix{{0.5f, 0.25f, 1.0f}, {0.0f, 0.75f, 0.5f}};
+  cube indexes(2, 3, 1);
+  indexes.slice(0) = matrix{{0, 1, 1}, {0, 0, 1}};
+  source->set_endmember_abundances(abundances);
+  source->set_endmember_abundance_indexes(indexes);
+  pipeline image(source);
+  const matrix spectra{{0.1f, 0.9f}, {0.2f, 0.8f}, {0.3f, 0.7f}};
+  image.set_library(std::make_shared<spectral_library>(
+      spectra, std::vector<std::string>{"grass", "red brick"}, vector{410.0f, 420.0f, 430.0f}));
+  hsz_output().write(image, dir / "library.hsz");
+
+  hsz_input in(dir / "library.hsz");
+  expect_close(in.endmembers(), spectra, "endmembers");
+  EXPECT_EQ(in.endmember_labels(), (labels{"grass", "red brick"}));
+  expect_close(in.endmember_abundances(), abundances, "endmember abundances");
+  EXPECT_TRUE(arma::approx_equal(in.endmember_abundance_indexes(), indexes, "absdiff", 0.0f));
+}
+
+TEST_F(hsz_input_test, construction_refuses_unreadable_and_nurbs_files) {
+  EXPECT_EQ(thrown_text([&] { hsz_input(dir / "none.hsz"); }),
+            "Error constructing HSZ: HSZ Read: Invalid file name: " + (dir / "none.hsz"));
+  EXPECT_EQ(thrown_text([&] { open_input(dir / "none.hsz"); }),
+            "Error constructing HSZ: HSZ Read: Invalid file name: " + (dir / "none.hsz"));
+
+  hsz_record record;
+  ASSERT_TRUE(record.load(write_scene("scene.hsz")));
+  {
+    hdf5_file file = hdf5_file::create(dir / "extra.hsz");
+    file.root().create_group("Thumbnail");
+    file.close();
+  }
+  EXPECT_EQ(thrown_text([&] { hsz_input(dir / "extra.hsz"); }),
+            "Error constructing HSZ: HSZ Read: unknown group under root: Thumbnail");
+  {
+    hdf5_file file = hdf5_file::create(dir / "broken.hsz");
+    file.root().create_group("K").create_group("Factor");  // no DATA
+    file.close();
+  }
+  EXPECT_EQ(thrown_text([&] { hsz_input(dir / "broken.hsz"); }), "Error reading in HSZ file.");
+
+  for (const char* part : {"K", "L", "S"}) {
+    hsz_record nurbs = record;
+    nurbs.header.encoding_k = part == std::string("K") ? "NURBS" : "RAW";
+    nurbs.header.encoding_l = part == std::string("L") ? "NURBS" : "RAW";
+    nurbs.header.encoding_s = part == std::string("S") ? "NURBS" : "RAW";
+    ASSERT_TRUE(nurbs.save(dir / "nurbs.hsz", true));
+    EXPECT_EQ(thrown_text([&] { hsz_input(dir / "nurbs.hsz"); }),
+              "hsz_input: NURBS encoded spectra are not supported (Encoding" + std::string(part) +
+                  "): " + (dir / "nurbs.hsz"));
+  }
+}
+
+TEST_F(hsz_input_test, accessors_check_every_array_against_the_header) {
+  hsz_record full;
+  ASSERT_TRUE(full.load(write_scene("scene.hsz")));
+  // The text thrown by `call` on an input over the record after `change`.
+  const auto refusal = [&](const std::function<void(hsz_record&)>& change,
+                           const std::function<void(hsz_input&)>& call) {
+    hsz_record record = full;
+    change(record);
+    EXPECT_TRUE(record.save(dir / "changed.hsz", true));
+    hsz_input in(dir / "changed.hsz");
+    return thrown_text([&] { call(in); });
+  };
+  const auto empty_values = value_block();
+  const auto empty_indexes = index_block();
+  const auto ones = [](std::uint32_t rows, std::uint32_t cols, std::uint32_t slices) {
+    return value_block({rows, cols, slices}, std::vector<double>(rows * cols * slices, 1.0));
+  };
+  const auto first = [](std::uint32_t rows, std::uint32_t cols, std::uint32_t slices) {
+    return index_block({rows, cols, slices}, std::vector<std::int32_t>(rows * cols * slices, 1));
+  };
+  const auto call_k = [](hsz_input& in) { in.k(); };
+  const auto call_s = [](hsz_input& in) { in.s(); };
+
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.l.elements = empty_values; },
+                    [](hsz_input& in) { in.illuminant(); }),
+            "hsz_input: L->Elements contains no data.");
+  EXPECT_EQ(
+      refusal([&](hsz_record& r) { r.l.elements = ones(3, 1, 1); }, [](hsz_input& in) { in.I(); }),
+      "hsz_input: Data size mismatch: L->Elements contains incorrect number of bands.");
+
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.factor = empty_values; }, call_k),
+            "hsz_input: K->Factor contains no data.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.factor = ones(3, 2, 1); }, call_k),
+            "hsz_input: Data size mismatch: K->Factor is incorrect size.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.element_abundances = empty_values; }, call_k),
+            "hsz_input: K->Element Abundances contains no data.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.element_abundances = ones(2, 3, 2); }, call_k),
+            "hsz_input: Data size mismatch: K->Element Abundances is incorrect size.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.element_abundance_indexes = empty_indexes; }, call_k),
+            "hsz_input: K->Element Abundance Indexes contains no data.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.element_abundance_indexes = first(1, 3, 1); }, call_k),
+            "hsz_input: Data size mismatch: K->Element Abundance Indexes is incorrect size.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.elements = ones(5, 1, 1); }, call_k),
+            "hsz_input: Data size mismatch: K->Elements contains incorrect number of bands.");
+
+  EXPECT_EQ(
+      refusal([&](hsz_record& r) { r.s.factor = empty_values; }, [](hsz_input& in) { in.g(); }),
+      "hsz_input: S->Factor (g) contains no data.");
+  EXPECT_EQ(
+      refusal([&](hsz_record& r) { r.s.factor = ones(2, 3, 2); }, [](hsz_input& in) { in.g(); }),
+      "hsz_input: Data size mismatch: S->Factor (g) is incorrect size.");
+
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundance_indexes = empty_indexes; }, call_s),
+            "hsz_input: S->Element Abundances Indexes contains no data.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundance_indexes = first(2, 3, 1); }, call_s),
+            "hsz_input: Data size mismatch: S->Element Abundances Indexes is incorrect size.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundances = empty_values; }, call_s),
+            "hsz_input: S->Element Abundances contains no data.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.header.num_elements_s = 3; }, call_s),
+            "hsz_input: Data size mismatch: S->Element Abundances Indexes is incorrect size.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundances = ones(2, 3, 3); }, call_s),
+            "hsz_input: Data size mismatch: S->Element Abundances is incorrect size.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.elements = empty_values; }, call_s),
+            "hsz_input: S->Elements contains no data.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.elements = ones(3, 3, 1); }, call_s),
+            "hsz_input: Data size mismatch: S->Elements contains incorrect number of bands.");
+  EXPECT_EQ(
+      refusal(
+          [&](hsz_record& r) {
+            std::vector<std::int32_t> indexes = r.s.element_abundance_indexes.values();
+            indexes[7] = 4;
+            r.s.element_abundance_indexes = index_block({2, 3, 2}, indexes);
+          },
+          call_s),
+      "hsz_input: S->Element Abundances Indexes refers to element 4, but S->Elements holds 3.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundances = empty_values; },
+                    [](hsz_input& in) { in.element_abundances(); }),
+            "hsz_input: S->Element Abundances contains no data.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundance_indexes = first(2, 3, 1); },
+                    [](hsz_input& in) { in.element_abundance_indexes(); }),
+            "hsz_input: Data size mismatch: S->Element Abundances Indexes is incorrect size.");
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.elements = ones(3, 3, 1); },
+                    [](hsz_input& in) { in.elements(); }),
+            "hsz_input: Data size mismatch: S->Elements contains incorrect number of bands.");
+
+  // A header number keeps its low 16 bits only: 70000 lines come back as 4464,
+  // and no array fits that height.
+  EXPECT_EQ(refusal([&](hsz_record& r) { r.header.lines = 70000; },
+                    [](hsz_input& in) {
+                      EXPECT_EQ(in.height(), 4464u);
+                      in.k();
+                    }),
+            "hsz_input: Data size mismatch: K->Factor is incorrect size.");
+}
+
+}  // namespace
+}  // namespace corv

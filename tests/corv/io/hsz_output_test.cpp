@@ -1,0 +1,250 @@
+#include "corv/io/hsz_output.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <functional>
+
+#include "corv/io/hsz_record.h"
+#include "corv/io/logger.h"
+#include "corv/io/spectral_library.h"
+#include "corv/pipeline/pipeline.h"
+#include "tests/corv/io/hsz_test_scene.h"
+#include "tests/corv/test_support.h"
+
+namespace corv {
+namespace {
+
+using test::hsz_scene;
+using test::temp_dir;
+using test::thrown_text;
+
+std::vector<std::string> log_lines() {
+  std::vector<std::string> lines;
+  for (const auto& entry : logger::instance().entries()) {
+    lines.push_back(entry.second);
+  }
+  return lines;
+}
+
+std::size_t files_in(const temp_dir& dir) {
+  return std::distance(std::filesystem::directory_iterator(dir.str()),
+                       std::filesystem::directory_iterator());
+}
+
+template <typename Array>
+void expect_close(const quantised::value_block& stored, const Array& expected, const char* what) {
+  ASSERT_EQ(stored.values().size(), expected.n_elem) << what;
+  const double step = (stored.max() - stored.min()) / 65535.0 + 1e-6;
+  for (std::size_t i = 0; i < expected.n_elem; ++i) {
+    EXPECT_NEAR(stored.values()[i], expected[i], step) << what << " " << i;
+  }
+}
+
+class hsz_output_test : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    logger::instance().set_echo(false);
+    logger::instance().clear_entries();
+  }
+  hsz_record written(const std::string& name) {
+    hsz_record record;
+    EXPECT_TRUE(record.load(name));
+    return record;
+  }
+
+  hsz_scene scene;
+  temp_dir dir;
+};
+
+TEST_F(hsz_output_test, writes_illuminant_specularity_and_materials_as_l_k_and_s) {
+  pipeline image(scene.input());
+  hsz_output().write(image, dir / "scene.hsz");
+  EXPECT_EQ(log_lines().back(), "hsz_output: Saved " + (dir / "scene.hsz"));
+  EXPECT_EQ(files_in(dir), 1u);
+
+  const hsz_record record = written(dir / "scene.hsz");
+  const hsz_header& h = record.header;
+  EXPECT_EQ(h.lines, 2);
+  EXPECT_EQ(h.samples, 3);
+  EXPECT_EQ(h.bands, 4);
+  EXPECT_EQ(h.interleave, "bsq");
+  EXPECT_EQ(h.description, "Corvantis HSZ");
+  EXPECT_EQ(h.method, "Dichromatic");
+  EXPECT_EQ(h.encoding_k, "RAW");
+  EXPECT_EQ(h.encoding_l, "RAW");
+  EXPECT_EQ(h.encoding_s, "RAW");
+  EXPECT_EQ(h.sensor, "");
+  EXPECT_EQ(h.allothers, "");
+  EXPECT_EQ(h.datatype, 12);
+  EXPECT_EQ(h.indexed_k, 1);
+  EXPECT_EQ(h.indexed_l, 1);
+  EXPECT_EQ(h.indexed_s, 1);
+  EXPECT_EQ(h.num_elements_k, 1);
+  EXPECT_EQ(h.num_elements_l, 1);
+  EXPECT_EQ(h.num_elements_s, 2);  // elements mixed per pixel
+  EXPECT_EQ(h.endmember_indexed_l, 0);
+  EXPECT_EQ(h.endmember_indexed_s, 0);
+  EXPECT_EQ(h.num_endmembers_s, 0);
+  EXPECT_EQ(h.reflectance_scaler, 0);
+  EXPECT_EQ(record.endmembers_l.wavelength_unit, "Nanometers");
+  EXPECT_EQ(record.endmembers_s.wavelength_unit, "Nanometers");
+  EXPECT_EQ(record.endmembers_s.count, 0);
+
+  // L and K: one element per pixel, abundance 1, element number 1.
+  for (const hsz_part* part : {&record.l, &record.k}) {
+    expect_close(part->elements, scene.illuminant, "elements");
+    EXPECT_EQ(part->element_abundances.shape(), (quantised::block_shape{2, 3, 1}));
+    EXPECT_EQ(part->element_abundances.values(), std::vector<double>(6, 1.0));
+    EXPECT_EQ(part->element_abundance_indexes.values(), std::vector<std::int32_t>(6, 1));
+  }
+  expect_close(record.k.factor, scene.k, "k");
+  EXPECT_TRUE(record.l.factor.empty());
+
+  // S: the materials, with element numbers counted from 1 in the file.
+  expect_close(record.s.elements, scene.elements, "material elements");
+  expect_close(record.s.factor, scene.g, "g");
+  expect_close(record.s.element_abundances, scene.abundances, "abundances");
+  EXPECT_EQ(record.s.element_abundance_indexes.shape(), (quantised::block_shape{2, 3, 2}));
+  const std::vector<std::int32_t> one_based = {1, 2, 3, 1, 2, 3, 2, 3, 1, 2, 3, 1};
+  EXPECT_EQ(record.s.element_abundance_indexes.values(), one_based);
+  EXPECT_TRUE(record.s.endmembers.empty());
+  EXPECT_TRUE(record.s.endmember_abundances.empty());
+}
+
+TEST_F(hsz_output_test, replaces_existing_files_through_any_output_pointer) {
+  pipeline image(scene.input());
+  hsz_output().write(image, dir / "scene.hsz");
+  image.set_k(scene.k + 1.0f);
+  image.set_nurbs_encoding(true);
+  logger::instance().clear_entries();
+  const output_ptr out = std::make_shared<hsz_output>();
+  image.save(out, dir / "scene.hsz");
+  EXPECT_EQ(log_lines(), (std::vector<std::string>{
+                             "hsz_output: NURBS encoding is not available, storing spectra as RAW.",
+                             "hsz_output: Saved " + (dir / "scene.hsz")}));
+  EXPECT_EQ(files_in(dir), 1u);
+  const hsz_record record = written(dir / "scene.hsz");
+  expect_close(record.k.factor, matrix(scene.k + 1.0f), "k");
+  EXPECT_EQ(record.header.encoding_l, "RAW");
+  EXPECT_EQ(record.header.encoding_s, "RAW");
+}
+
+TEST_F(hsz_output_test, refuses_pipelines_without_the_components_it_stores) {
+  pipeline image(scene.input());
+  EXPECT_EQ(thrown_text([&] { hsz_output().write(image, ""); }),
+            "Filename not specified for HSZ save.");
+  EXPECT_EQ(log_lines().back(), "HSZ_Output: Oops, looks like you forgot to set a filename!");
+
+  struct refusal {
+    std::string omitted;
+    std::function<void(data_input&)> change;
+    std::string logged;
+    std::string thrown;
+  };
+  const std::string s_log = "HSZ Out: Error reading S (Maybe you didn't generate abundances).";
+  const std::string s_thrown = "Error retrieving S components.";
+  const auto unchanged = [](data_input&) {};
+  const auto mismatch = [](const std::string& name) {
+    return "hsz_output: Data size mismatch: " + name + " is incorrect size.";
+  };
+  const std::string not_element =
+      "hsz_output: S->Element Abundances Indexes holds a value that is not an element number.";
+  const std::vector<refusal> refusals = {
+      {"wavelengths", unchanged, "HSZ Out: Error reading Wavelengths.",
+       "Error retrieving wavelengths."},
+      {"illuminant", unchanged, "HSZ Out: Error reading Illuminant.",
+       "Error retrieving Illuminant."},
+      {"k", unchanged, "HSZ Out: Error reading K.", "Error retrieving K."},
+      {"g", unchanged, s_log, s_thrown},
+      {"elements", unchanged, s_log, s_thrown},
+      {"element_abundances", unchanged, s_log, s_thrown},
+      {"element_abundance_indexes", unchanged, s_log, s_thrown},
+      {"", [](data_input& in) { in.set_illuminant(vector(3, arma::fill::ones)); },
+       mismatch("Illuminant"), mismatch("Illuminant")},
+      {"", [](data_input& in) { in.set_k(matrix(3, 2, arma::fill::ones)); }, mismatch("K"),
+       mismatch("K")},
+      {"", [](data_input& in) { in.set_g(matrix(2, 2, arma::fill::ones)); },
+       mismatch("S->Factor (g)"), mismatch("S->Factor (g)")},
+      {"", [](data_input& in) { in.set_elements(matrix(5, 3, arma::fill::ones)); },
+       mismatch("S->Elements"), mismatch("S->Elements")},
+      {"", [](data_input& in) { in.set_element_abundances(cube(2, 2, 2, arma::fill::ones)); },
+       mismatch("S->Element Abundances"), mismatch("S->Element Abundances")},
+      {"",
+       [](data_input& in) { in.set_element_abundance_indexes(cube(2, 3, 1, arma::fill::zeros)); },
+       mismatch("S->Element Abundances Indexes"), mismatch("S->Element Abundances Indexes")},
+      {"",
+       [](data_input& in) {
+         cube indexes(2, 3, 2, arma::fill::zeros);
+         indexes(1, 2, 1) = -1.0f;
+         in.set_element_abundance_indexes(indexes);
+       },
+       not_element, not_element},
+  };
+  for (const refusal& r : refusals) {
+    const std::shared_ptr<data_input> in = scene.input(r.omitted);
+    r.change(*in);
+    pipeline incomplete(in);
+    EXPECT_EQ(thrown_text([&] { hsz_output().write(incomplete, dir / "x.hsz"); }), r.thrown)
+        << r.omitted;
+    EXPECT_EQ(log_lines().back(), r.logged) << r.omitted;
+  }
+  pipeline nothing;
+  EXPECT_EQ(thrown_text([&] { hsz_output().write(nothing, dir / "x.hsz"); }),
+            "Error retrieving wavelengths.");
+  EXPECT_EQ(files_in(dir), 0u);
+}
+
+TEST_F(hsz_output_test, a_failed_save_is_retried_once_then_reported) {
+  pipeline image(scene.input());
+  const std::string name = dir / "no such folder/scene.hsz";
+  EXPECT_EQ(thrown_text([&] { hsz_output().write(image, name); }),
+            "hsz_output: Could not save " + name);
+  const std::vector<std::string> lines = log_lines();
+  ASSERT_EQ(lines.size(), 4u);
+  const std::string failure = "HSZ Save: H5Fcreate failed in: H5File constructor at " + name;
+  EXPECT_EQ(lines[0].rfind(failure, 0), 0u) << lines[0];
+  EXPECT_EQ(lines[1], "hsz_output: Warning - Overwriting file " + name);
+  EXPECT_EQ(lines[2].rfind(failure, 0), 0u) << lines[2];
+  EXPECT_EQ(lines[3], "hsz_output: Could not save " + name);
+  EXPECT_EQ(files_in(dir), 0u);
+}
+
+TEST_F(hsz_output_test, an_attached_library_adds_its_endmembers_to_s) {
+  const std::shared_ptr<data_input> in = scene.input();
+  cube endmember_abundances(2, 3, 1);
+  endmember_abundances.slice(0) = matrix{{0.5f, 0.25f, 1.0f}, {0.0f, 0.75f, 0.5f}};
+  cube endmember_indexes(2, 3, 1);
+  endmember_indexes.slice(0) = matrix{{0, 1, 1}, {0, 0, 1}};
+  in->set_endmember_abundances(endmember_abundances);
+  in->set_endmember_abundance_indexes(endmember_indexes);
+  pipeline image(in);
+  image.set_endmember_setting(2);
+
+  // Without a library the setting is not written, nor are the abundances.
+  hsz_output().write(image, dir / "plain.hsz");
+  hsz_record record = written(dir / "plain.hsz");
+  EXPECT_EQ(record.header.endmember_indexed_s, 0);
+  EXPECT_TRUE(record.s.endmember_abundances.empty());
+
+  const matrix spectra{{0.1f, 0.9f}, {0.2f, 0.8f}, {0.3f, 0.7f}, {0.4f, 0.6f}, {0.5f, 0.5f}};
+  image.set_library(
+      std::make_shared<spectral_library>(spectra, std::vector<std::string>{"grass", "red brick"},
+                                         vector{410.0f, 420.0f, 430.0f, 440.0f, 450.0f}));
+  hsz_output().write(image, dir / "library.hsz");
+  record = written(dir / "library.hsz");
+  EXPECT_EQ(record.header.endmember_indexed_s, 2);
+  EXPECT_EQ(record.header.num_endmembers_s, 0);
+  EXPECT_EQ(record.endmembers_s.count, 2);
+  EXPECT_EQ(record.endmembers_s.labels, (std::vector<std::string>{"grass", "red brick"}));
+  EXPECT_EQ(record.endmembers_s.wavelengths.size(), 5u);
+  EXPECT_EQ(record.endmembers_s.wavelengths.back(), 450.0);
+  EXPECT_EQ(record.endmembers_l.count, 0);
+  expect_close(record.s.endmembers, spectra, "endmembers");
+  expect_close(record.s.endmember_abundances, endmember_abundances, "endmember abundances");
+  EXPECT_EQ(record.s.endmember_abundance_indexes.values(),
+            (std::vector<std::int32_t>{1, 1, 2, 1, 2, 2}));
+}
+
+}  // namespace
+}  // namespace corv
