@@ -1,6 +1,7 @@
 #include <pybind11/stl.h>
 
 #include "corv/io/hdr_output.h"
+#include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
 #include "python/convert.h"
 #include "python/registry.h"
@@ -81,6 +82,17 @@ const binder pipeline_part(40, [](py::module_& m) {
       .def("set_g", [](pipeline& p, const float_array& a) { p.set_g(to_matrix(a)); })
       .def("reset_components", &pipeline::reset_components, py::arg("reflectance") = false)
       .def_property("parameters", &pipeline::parameters, &pipeline::set_parameters)
+      .def_property("library", &pipeline::library, &pipeline::set_library)
+      .def("set_library", &pipeline::set_library, py::arg("library"))
+      .def("crop", &pipeline::crop, py::arg("first_row"), py::arg("first_col"), py::arg("last_row"),
+           py::arg("last_col"), py::arg("reflectance") = false,
+           py::call_guard<py::gil_scoped_release>())
+      .def("resize", &pipeline::resize, py::arg("rows"), py::arg("cols"),
+           py::arg("reflectance") = false, py::call_guard<py::gil_scoped_release>())
+      .def("remove_bands", &pipeline::remove_bands, py::arg("bands"),
+           py::arg("reflectance") = false, py::call_guard<py::gil_scoped_release>())
+      .def("filter", &pipeline::filter, py::arg("method"), py::arg("size"),
+           py::arg("reflectance") = false, py::call_guard<py::gil_scoped_release>())
       .def("set_verbosity", &pipeline::set_verbosity)
       .def("set_illuminant_method", &pipeline::set_illuminant_method)
       .def("set_spatial_smoothness", &pipeline::set_spatial_smoothness)

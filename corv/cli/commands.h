@@ -10,6 +10,7 @@ namespace corv::cli {
 // Library failures escape as exceptions (exit 1), usage mistakes as usage_error (exit 2).
 int info_command(const std::vector<std::string>& words);
 int convert_command(const std::vector<std::string>& words);
+int library_command(const std::vector<std::string>& words);
 
 }  // namespace corv::cli
 

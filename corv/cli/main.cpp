@@ -21,6 +21,14 @@ const char* const usage_text =
     "  convert IN OUT [--data-type 1|2|4|12] [--reflectance]\n"
     "                              write an image as ENVI (OUT ending in .fla, .raw, .dat,\n"
     "                              .img or .hdr); data type 4 (float) by default\n"
+    "  library info LIB            describe a spectral library (.slz, .csv, .sli or .hdr)\n"
+    "  library merge A B -o OUT [--re-evaluate]\n"
+    "                              merge B into A, resampling B onto A's wavelengths\n"
+    "                              with --re-evaluate\n"
+    "  library to-csv LIB OUT.csv  export a library as CSV\n"
+    "  library from-csv IN.csv OUT.slz\n"
+    "  library from-sli IN.sli OUT.slz [--drop-incomplete]\n"
+    "                              import a CSV or ENVI spectral library\n"
     "\n"
     "Options:\n"
     "  -v, --verbose   echo the library's log on standard output\n"
@@ -52,6 +60,7 @@ int main(int argc, char** argv) {
   const std::map<std::string, std::function<int(const std::vector<std::string>&)>> commands = {
       {"info", corv::cli::info_command},
       {"convert", corv::cli::convert_command},
+      {"library", corv::cli::library_command},
   };
   const auto command = commands.find(words.front());
   if (command == commands.end()) {

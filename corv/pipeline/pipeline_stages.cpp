@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "corv/io/logger.h"
+#include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
 
 namespace corv {
@@ -25,7 +26,6 @@ pipeline::log_prefix_scope::log_prefix_scope(pipeline& owner, const std::string&
 pipeline::log_prefix_scope::~log_prefix_scope() {
   owner_.log_prefix_ = previous_;
 }
-
 
 std::vector<std::string> pipeline::banner() {
   return {
@@ -79,7 +79,7 @@ void pipeline::process_recover_materials() {
 }
 
 void pipeline::process_recover_endmembers() {
-  if (!library_) {
+  if (!library_ || library_->empty()) {
     log_and_throw(
         "process_recover_endmembers: The Spectral Library contains no Endmembers. Load an SLZ "
         "file first!");
