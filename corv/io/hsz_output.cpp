@@ -81,23 +81,6 @@ hsz_record record_of(pipeline& source) {
     logger::instance() << "hsz_output: NURBS encoding is not available, storing spectra as RAW."
                        << "EOL";
   }
-  const std::uint32_t height = source.height();
-  const std::uint32_t width = source.width();
-  const std::uint32_t bands = source.bands();
-
-  hsz_record record;
-  hsz_header& header = record.header;
-  header.lines = static_cast<std::int32_t>(height);
-  header.samples = static_cast<std::int32_t>(width);
-  header.bands = static_cast<std::int32_t>(bands);
-  header.interleave = "bsq";
-  header.description = "Corvantis HSZ";
-  header.method = "Dichromatic";
-  header.encoding_k = "RAW";
-  header.encoding_l = "RAW";
-  header.encoding_s = "RAW";
-  header.datatype = 12;
-
   const vector wavelengths =
       take<vector>([&] { return source.wavelengths(); }, "HSZ Out: Error reading Wavelengths.",
                    "Error retrieving wavelengths.");
@@ -115,13 +98,31 @@ hsz_record record_of(pipeline& source) {
   const cube indexes =
       take<cube>([&] { return source.material_element_abundance_indexes(); }, s_log, s_thrown);
 
-  require_size(wavelengths.n_elem == bands, "Wavelengths");
+  // The image size is k's and the band count the wavelengths'; a pipeline that
+  // knows its image's size must agree.
+  const auto height = static_cast<std::uint32_t>(k.n_rows);
+  const auto width = static_cast<std::uint32_t>(k.n_cols);
+  const auto bands = static_cast<std::uint32_t>(wavelengths.n_elem);
+  require_size(source.bands() == 0 || source.bands() == bands, "Wavelengths");
   require_size(illuminant.n_elem == bands, "Illuminant");
-  require_size(k.n_rows == height && k.n_cols == width, "K");
+  require_size(source.height() == 0 || (source.height() == height && source.width() == width), "K");
   require_size(g.n_rows == height && g.n_cols == width, "S->Factor (g)");
   require_size(elements.n_rows == bands, "S->Elements");
   require_size(abundances.n_rows == height && abundances.n_cols == width, "S->Element Abundances");
   require_size(shape_of(indexes) == shape_of(abundances), "S->Element Abundances Indexes");
+
+  hsz_record record;
+  hsz_header& header = record.header;
+  header.lines = static_cast<std::int32_t>(height);
+  header.samples = static_cast<std::int32_t>(width);
+  header.bands = static_cast<std::int32_t>(bands);
+  header.interleave = "bsq";
+  header.description = "Corvantis HSZ";
+  header.method = "Dichromatic";
+  header.encoding_k = "RAW";
+  header.encoding_l = "RAW";
+  header.encoding_s = "RAW";
+  header.datatype = 12;
   header.wavelengths.assign(wavelengths.begin(), wavelengths.end());
 
   // L: the illuminant as the single element of every pixel.
