@@ -110,6 +110,16 @@ TEST_F(hsz_output_test, writes_illuminant_specularity_and_materials_as_l_k_and_s
   EXPECT_EQ(record.s.element_abundance_indexes.values(), one_based);
   EXPECT_TRUE(record.s.endmembers.empty());
   EXPECT_TRUE(record.s.endmember_abundances.empty());
+
+  // The decomposition alone, without the image it came from, is enough.
+  pipeline decomposition(scene.input("s"));
+  ASSERT_EQ(decomposition.height(), 0u);
+  hsz_output().write(decomposition, dir / "decomposition.hsz");
+  const hsz_record alone = written(dir / "decomposition.hsz");
+  EXPECT_EQ(alone.header.lines, 2);
+  EXPECT_EQ(alone.header.samples, 3);
+  EXPECT_EQ(alone.header.bands, 4);
+  EXPECT_EQ(alone.s.element_abundance_indexes.values(), one_based);
 }
 
 TEST_F(hsz_output_test, replaces_existing_files_through_any_output_pointer) {

@@ -56,7 +56,9 @@ struct hsz_scene {
   // named (by its accessor's name) if any.
   std::shared_ptr<data_input> input(const std::string& omitted = "") const {
     auto in = std::make_shared<data_input>();
-    in->set_s(s());
+    if (omitted != "s") {
+      in->set_s(s());
+    }
     if (omitted != "wavelengths") {
       in->set_wavelengths(wavelengths);
     }
