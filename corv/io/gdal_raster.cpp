@@ -4,9 +4,18 @@
 #include <cpl_error.h>
 #include <gdal_priv.h>
 
+#include <omp.h>
+
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <vector>
+
+#include "corv/io/transpose.h"
 
 namespace corv {
 
@@ -25,28 +34,20 @@ class quiet_gdal {
   ~quiet_gdal() { CPLPopErrorHandler(); }
 };
 
-// Raw-format drivers read a whole band in one call with this option.
+// With this option raw-format drivers read a window of whole lines in one call,
+// straight into the caller's buffer, instead of block by block through the cache.
 class one_big_read {
  public:
   one_big_read() { CPLSetThreadLocalConfigOption("GDAL_ONE_BIG_READ", "YES"); }
   ~one_big_read() { CPLSetThreadLocalConfigOption("GDAL_ONE_BIG_READ", nullptr); }
 };
 
-// Row-major rows x cols block into a column-major slice, in tiles that stay in cache.
-void transpose_into(const float* row_major, int rows, int cols, float* column_major) {
-  constexpr int tile = 64;
-  for (int r0 = 0; r0 < rows; r0 += tile) {
-    const int r1 = std::min(rows, r0 + tile);
-    for (int c0 = 0; c0 < cols; c0 += tile) {
-      const int c1 = std::min(cols, c0 + tile);
-      for (int c = c0; c < c1; ++c) {
-        float* out = column_major + static_cast<std::size_t>(c) * rows;
-        for (int r = r0; r < r1; ++r) {
-          out[r] = row_major[static_cast<std::size_t>(r) * cols + c];
-        }
-      }
-    }
-  }
+// Lines read per GDAL call: enough for one big read, few enough that the lines are
+// still in the core's cache when they are transposed into the slice.
+int lines_per_chunk(int cols) {
+  constexpr int chunk_bytes = 256 * 1024;
+  const int lines = chunk_bytes / (static_cast<int>(sizeof(float)) * std::max(cols, 1));
+  return std::max(16, lines - lines % 16);
 }
 
 }  // namespace
@@ -57,6 +58,9 @@ gdal_raster::gdal_raster(const std::string& file_name) {
   GDALDataset* opened = GDALDataset::Open(file_name.c_str(), GDAL_OF_RASTER | GDAL_OF_READONLY);
   if (opened != nullptr) {
     dataset_.reset(opened, [](GDALDataset* dataset) { GDALClose(dataset); });
+    const char* interleave = opened->GetMetadataItem("INTERLEAVE", "IMAGE_STRUCTURE");
+    band_lines_apart_ =
+        opened->GetRasterCount() > 1 && interleave != nullptr && std::string(interleave) == "LINE";
   }
 }
 
@@ -89,28 +93,90 @@ std::optional<std::string> gdal_raster::band_wavelength(unsigned band) const {
 
 void gdal_raster::read_band(unsigned band, int first_row, int first_col, int rows, int cols,
                             float* slice) const {
-  std::vector<float> buffer(static_cast<std::size_t>(rows) * cols);
-  {
-    quiet_gdal quiet;
-    one_big_read whole_band;
-    GDALRasterBand* raster = dataset_->GetRasterBand(static_cast<int>(band) + 1);
-    if (raster == nullptr ||
-        raster->RasterIO(GF_Read, first_col, first_row, cols, rows, buffer.data(), cols, rows,
-                         GDT_Float32, 0, 0, nullptr) != CE_None) {
-      const std::string reason = CPLGetLastErrorMsg();
-      throw std::runtime_error("gdal_raster: Cannot read band " + std::to_string(band + 1) +
-                               " of " + dataset_->GetDescription() +
-                               (reason.empty() ? std::string(".") : ": " + reason));
+  const int chunk = std::min(rows, lines_per_chunk(cols));
+  std::unique_ptr<float[]> lines(new float[static_cast<std::size_t>(chunk) * cols]);
+  read_band(band, first_row, first_col, rows, cols, slice, lines.get(), chunk);
+}
+
+void gdal_raster::read_band(unsigned band, int first_row, int first_col, int rows, int cols,
+                            float* slice, float* lines, int chunk) const {
+  quiet_gdal quiet;
+  one_big_read whole_lines;
+  GDALRasterBand* raster = dataset_->GetRasterBand(static_cast<int>(band) + 1);
+  for (int row = 0; row < rows; row += chunk) {
+    const int count = std::min(chunk, rows - row);
+    // GDAL 3.6 reads a window of whole lines as if the band's lines followed each
+    // other in the file; in a line-interleaved file they don't, so one line a call.
+    const int step = band_lines_apart_ ? 1 : count;
+    for (int line = 0; line < count; line += step) {
+      if (raster == nullptr ||
+          raster->RasterIO(GF_Read, first_col, first_row + row + line, cols, step,
+                           lines + static_cast<std::size_t>(line) * cols, cols, step, GDT_Float32,
+                           0, 0, nullptr) != CE_None) {
+        const std::string reason = CPLGetLastErrorMsg();
+        throw std::runtime_error("gdal_raster: Cannot read band " + std::to_string(band + 1) +
+                                 " of " + dataset_->GetDescription() +
+                                 (reason.empty() ? std::string(".") : ": " + reason));
+      }
     }
+    transpose_into(lines, cols, count, cols, slice + row, rows);
   }
-  transpose_into(buffer.data(), rows, cols, slice);
 }
 
 cube gdal_raster::read(const band_list& bands, int first_row, int first_col, int rows,
                        int cols) const {
   cube result(rows, cols, bands.size(), arma::fill::none);
-  for (std::size_t i = 0; i < bands.size(); ++i) {
-    read_band(bands[i], first_row, first_col, rows, cols, result.slice_memptr(i));
+
+  // Bands are shared out among threads, each with its own dataset (a GDAL dataset
+  // serves one thread at a time). Small reads stay on one thread: opening the file
+  // again would cost more than it saves. Where it cannot be opened again, fewer
+  // threads do the work.
+  constexpr std::size_t threaded_bytes = std::size_t{16} << 20;
+  std::vector<const gdal_raster*> rasters = {this};
+  std::vector<std::unique_ptr<gdal_raster>> others;
+  if (result.n_elem * sizeof(float) >= threaded_bytes) {
+    const int wanted = std::min(omp_get_max_threads(), static_cast<int>(bands.size()));
+    while (static_cast<int>(rasters.size()) < wanted) {
+      auto other = std::make_unique<gdal_raster>(dataset_->GetDescription());
+      if (!other->is_open()) {
+        break;
+      }
+      rasters.push_back(other.get());
+      others.push_back(std::move(other));
+    }
+  }
+
+  const int chunk = std::min(rows, lines_per_chunk(cols));
+  std::exception_ptr failure;
+  std::atomic<bool> failed{false};
+#pragma omp parallel num_threads(static_cast <int>(rasters.size()))
+  {
+    const gdal_raster* raster = rasters[omp_get_thread_num()];
+    std::unique_ptr<float[]> lines;
+#pragma omp for schedule(dynamic)
+    for (std::size_t i = 0; i < bands.size(); ++i) {
+      if (failed) {
+        continue;
+      }
+      try {
+        if (!lines) {
+          lines.reset(new float[static_cast<std::size_t>(chunk) * cols]);
+        }
+        raster->read_band(bands[i], first_row, first_col, rows, cols, result.slice_memptr(i),
+                          lines.get(), chunk);
+      } catch (...) {
+#pragma omp critical(corv_gdal_raster_failure)
+        {
+          if (!failure) {
+            failure = std::current_exception();
+          }
+        }
+        failed = true;
+      }
+    }
+  }
+  if (failure) {
+    std::rethrow_exception(failure);
   }
   return result;
 }

@@ -33,11 +33,18 @@ class gdal_raster {
   // first_col), as float into a column-major slice. Throws on a GDAL failure.
   void read_band(unsigned band, int first_row, int first_col, int rows, int cols,
                  float* slice) const;
-  // Reads whole bands (or a rectangle of them) into a new cube.
+  // Reads whole bands (or a rectangle of them) into a new cube, large cubes on
+  // several threads.
   cube read(const band_list& bands, int first_row, int first_col, int rows, int cols) const;
 
  private:
+  // read_band through a caller's buffer of chunk x cols floats, chunk lines a call.
+  void read_band(unsigned band, int first_row, int first_col, int rows, int cols, float* slice,
+                 float* lines, int chunk) const;
+
   std::shared_ptr<GDALDataset> dataset_;
+  // Whether the file holds other bands between a band's lines (line interleaved).
+  bool band_lines_apart_ = false;
 };
 
 }  // namespace corv
