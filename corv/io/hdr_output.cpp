@@ -1,16 +1,18 @@
 #include "corv/io/hdr_output.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <iomanip>
 #include <limits>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
-#include <vector>
 
 #include "corv/io/file_path.h"
 #include "corv/io/logger.h"
 #include "corv/io/safe_file.h"
+#include "corv/io/transpose.h"
 #include "corv/pipeline/pipeline.h"
 
 namespace corv {
@@ -21,52 +23,65 @@ bool valid_data_type(int code) {
   return code == 1 || code == 2 || code == 4 || code == 12;
 }
 
-// Appends one band, line by line, in the stored type. Integer types hold
+// Stores image lines in the file's type. Integer types hold
 // trunc(x / largest * type maximum); what cannot be represented (negative values
 // in unsigned types, NaN) becomes 0.
 template <typename T>
-void append_band(const matrix& band, double scale, std::vector<char>& bytes) {
-  const std::size_t start = bytes.size();
-  bytes.resize(start + band.n_elem * sizeof(T));
-  T* out = reinterpret_cast<T*>(bytes.data() + start);
-  for (arma::uword r = 0; r < band.n_rows; ++r) {
-    for (arma::uword c = 0; c < band.n_cols; ++c) {
-      const float x = band(r, c);
-      if constexpr (std::is_same_v<T, float>) {
-        *out++ = x;
-      } else {
-        const double v = std::trunc(static_cast<double>(x) * scale);
-        const bool representable = std::isfinite(v) && v >= std::numeric_limits<T>::lowest() &&
-                                   v <= std::numeric_limits<T>::max();
-        *out++ = representable ? static_cast<T>(v) : T(0);
-      }
-    }
+void store_lines(const float* lines, std::size_t count, double scale, char* bytes) {
+  T* out = reinterpret_cast<T*>(bytes);
+  for (std::size_t i = 0; i < count; ++i) {
+    const double v = std::trunc(static_cast<double>(lines[i]) * scale);
+    const bool representable = std::isfinite(v) && v >= std::numeric_limits<T>::lowest() &&
+                               v <= std::numeric_limits<T>::max();
+    out[i] = representable ? static_cast<T>(v) : T(0);
   }
 }
 
+// Image lines written per call: a few hundred kilobytes, so that the lines just
+// turned out of the slice are still in the core's cache when they are written.
+arma::uword lines_per_chunk(arma::uword samples) {
+  constexpr arma::uword chunk_bytes = 256 * 1024;
+  const arma::uword lines = chunk_bytes / (sizeof(float) * std::max<arma::uword>(samples, 1));
+  return std::max<arma::uword>(16, lines - lines % 16);
+}
+
+// Writes the cube band by band, each band line by line, a chunk of lines at a time.
 bool write_data(std::ostream& stream, const cube& data, int data_type) {
-  const double largest = data.empty() ? 0.0 : static_cast<double>(data.max());
-  const double type_max = data_type == 1 ? 255.0 : data_type == 2 ? 32767.0 : 65535.0;
-  const double scale = largest > 0 ? type_max / largest : 0.0;
-  std::vector<char> bytes;
+  double scale = 1.0;
+  if (data_type != 4) {
+    const double largest = data.empty() ? 0.0 : static_cast<double>(data.max());
+    const double type_max = data_type == 1 ? 255.0 : data_type == 2 ? 32767.0 : 65535.0;
+    scale = largest > 0 ? type_max / largest : 0.0;
+  }
+  const std::size_t type_size = data_type == 1 ? 1 : data_type == 4 ? 4 : 2;
+  const arma::uword chunk = std::min(data.n_rows, lines_per_chunk(data.n_cols));
+  const std::size_t chunk_elements = static_cast<std::size_t>(chunk) * data.n_cols;
+  std::unique_ptr<float[]> lines(new float[chunk_elements]);
+  std::unique_ptr<char[]> stored(new char[data_type == 4 ? 0 : chunk_elements * type_size]);
   for (arma::uword b = 0; b < data.n_slices && stream; ++b) {
-    bytes.clear();
-    const matrix band = data.slice(b);
-    switch (data_type) {
-      case 1:
-        append_band<std::uint8_t>(band, scale, bytes);
-        break;
-      case 2:
-        append_band<std::int16_t>(band, scale, bytes);
-        break;
-      case 12:
-        append_band<std::uint16_t>(band, scale, bytes);
-        break;
-      default:
-        append_band<float>(band, 1.0, bytes);
-        break;
+    for (arma::uword row = 0; row < data.n_rows && stream; row += chunk) {
+      const arma::uword count = std::min(chunk, data.n_rows - row);
+      const std::size_t elements = static_cast<std::size_t>(count) * data.n_cols;
+      // The slice's columns, read as lines, turn into the image's lines.
+      transpose_into(data.slice_memptr(b) + row, data.n_rows, data.n_cols, count, lines.get(),
+                     data.n_cols);
+      const char* bytes = stored.get();
+      switch (data_type) {
+        case 1:
+          store_lines<std::uint8_t>(lines.get(), elements, scale, stored.get());
+          break;
+        case 2:
+          store_lines<std::int16_t>(lines.get(), elements, scale, stored.get());
+          break;
+        case 12:
+          store_lines<std::uint16_t>(lines.get(), elements, scale, stored.get());
+          break;
+        default:
+          bytes = reinterpret_cast<const char*>(lines.get());
+          break;
+      }
+      stream.write(bytes, static_cast<std::streamsize>(elements * type_size));
     }
-    stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   }
   return static_cast<bool>(stream);
 }
