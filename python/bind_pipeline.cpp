@@ -69,6 +69,8 @@ const binder pipeline_part(40, [](py::module_& m) {
       .def("material_element_abundance_indexes",
            [](pipeline& p) { return to_numpy(p.material_element_abundance_indexes()); })
       .def("material_map", [](pipeline& p) { return to_numpy(p.material_map()); })
+      .def("principal_components", [](pipeline& p) { return to_numpy(p.principal_components()); })
+      .def("principal_strengths", [](pipeline& p) { return to_numpy(p.principal_strengths()); })
       .def(
           "set_I",
           [](pipeline& p, const float_array& image, const float_array& wavelengths) {

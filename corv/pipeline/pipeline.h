@@ -39,6 +39,10 @@ class pipeline {
   const matrix& material_map();
   const cube& endmember_abundances();
   const cube& endmember_abundance_indexes();
+  // Results of process_analysis: the principal component cube and the singular
+  // value of each component, strongest first (empty until the stage has run).
+  const cube& principal_components() const { return principal_components_; }
+  const vector& principal_strengths() const { return principal_strengths_; }
 
   void set_I(const cube& image, const vector& wavelengths);
   void set_illuminant(const vector& illuminant);
@@ -142,6 +146,8 @@ class pipeline {
   matrix material_map_;
   cube endmember_abundances_;
   cube endmember_abundance_indexes_;
+  cube principal_components_;
+  vector principal_strengths_;
   std::shared_ptr<spectral_library> library_;
   corv::parameters parameters_;
   std::uint32_t height_ = 0;

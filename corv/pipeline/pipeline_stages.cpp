@@ -2,6 +2,7 @@
 // the logger, and the hand-over to the recovery and analysis routines.
 #include <stdexcept>
 
+#include "corv/analysis/pca.h"
 #include "corv/io/logger.h"
 #include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
@@ -92,7 +93,11 @@ void pipeline::process_recover_endmembers() {
 }
 
 void pipeline::process_analysis(bool on_reflectance) {
+  // Threshold of the component count; the count always comes out as bands - 1.
+  constexpr float threshold = 0.001f;
   const log_prefix_scope prefix(*this, "process_analysis: ");
+  principal_components_.reset();
+  principal_strengths_.reset();
   if (!on_reflectance) {
     if (try_get(&pipeline::I).empty()) {
       log_and_throw("process_analysis: Image not found,");
@@ -103,7 +108,10 @@ void pipeline::process_analysis(bool on_reflectance) {
     process_recover_illuminant(true);
     process_recover_dichromatic_parameters();
   }
-  unavailable("process_analysis", "principal component analysis");
+  logger::instance().set_stage(stage_analysis);
+  logger::instance().set_progress(0);
+  pca(on_reflectance ? s_ : I_, principal_components_, principal_strengths_,
+      parameters_.principal_components, threshold);
 }
 
 }  // namespace corv

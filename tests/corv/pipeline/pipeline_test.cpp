@@ -139,6 +139,24 @@ TEST(pipeline_test, stages_refuse_to_start_without_their_prerequisites) {
             "process_recover_dichromatic_parameters: data_input: illuminant has not been set.");
 }
 
+TEST(pipeline_test, analysis_projects_the_image_onto_its_principal_components) {
+  logger::instance().set_echo(false);
+  pipeline p;
+  p.set_I(coded_cube(3, 4, 6), test::linear_wavelengths(6));
+  p.set_principal_components(2);
+  p.process_analysis(false);
+  EXPECT_EQ(p.principal_components().n_slices, 2u);
+  EXPECT_EQ(p.principal_strengths().n_elem, 2u);
+  EXPECT_EQ(logger::instance().stage(), stage_analysis);
+
+  // On reflectance with none at hand, the reflectance is generated first.
+  logger::instance().clear_entries();
+  EXPECT_THROW(p.process_analysis(true), std::runtime_error);
+  EXPECT_EQ(logger::instance().entries().front().second,
+            "process_analysis: Reflectance not found, generating...");
+  EXPECT_TRUE(p.principal_components().empty());
+}
+
 TEST(pipeline_test, a_verbose_illuminant_run_starts_with_the_banner) {
   logger::instance().set_echo(false);
   logger::instance().clear_entries();
