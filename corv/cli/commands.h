@@ -11,6 +11,9 @@ namespace corv::cli {
 int info_command(const std::vector<std::string>& words);
 int convert_command(const std::vector<std::string>& words);
 int library_command(const std::vector<std::string>& words);
+int prepare_command(const std::vector<std::string>& words);
+int pca_command(const std::vector<std::string>& words);
+int bandmath_command(const std::vector<std::string>& words);
 
 }  // namespace corv::cli
 

@@ -92,7 +92,8 @@ std::vector<std::string> probe_components(input& source, bool reflectance) {
 image_summary image_summary::of(const std::string& file, input& source) {
   image_summary summary;
   summary.file = file;
-  summary.format = format_name(format_of(file));
+  summary.format =
+      source.input_kind() == kind_component ? "component files" : format_name(format_of(file));
   summary.input_kind = source.input_kind();
   summary.lines = source.height();
   summary.samples = source.width();

@@ -17,10 +17,23 @@ const char* const usage_text =
     "Usage: corv [-v] COMMAND [ARGUMENTS]\n"
     "\n"
     "Commands:\n"
-    "  info FILE [--json]          describe an image: format, size, wavelengths, components\n"
-    "  convert IN OUT [--data-type 1|2|4|12] [--reflectance]\n"
+    "  info FILE [--json] [--components]\n"
+    "                              describe an image: format, size, wavelengths, components\n"
+    "                              (--components: FILE is DIR/PREFIX of component files)\n"
+    "  convert IN OUT [--data-type 1|2|4|12] [--reflectance] [--from-components]\n"
+    "  convert IN --components DIR/PREFIX [--from-components]\n"
     "                              write an image as ENVI (OUT ending in .fla, .raw, .dat,\n"
-    "                              .img or .hdr); data type 4 (float) by default\n"
+    "                              .img or .hdr; data type 4, float, by default), as HSZ\n"
+    "                              (OUT.hsz) or as component files\n"
+    "  prepare IN -o OUT [--crop R0,C0,R1,C1] [--remove-bands LIST] [--resize ROWSxCOLS]\n"
+    "          [--filter wiener|mavg|sg[:SIZE]] [--reflectance]\n"
+    "                              crop, remove bands, resize and filter, in that order\n"
+    "  pca IN -n N [-o OUT] [--reflectance]\n"
+    "                              principal components: prints their singular values,\n"
+    "                              writes the component cube as ENVI with -o\n"
+    "  bandmath FORMULA [IMAGE...] [-o OUT] [--reflectance]\n"
+    "                              evaluate e.g. \"(I1[40]-I1[20])/(I1[40]+I1[20])\"; a\n"
+    "                              single number is printed when there is no -o\n"
     "  library info LIB            describe a spectral library (.slz, .csv, .sli or .hdr)\n"
     "  library merge A B -o OUT [--re-evaluate]\n"
     "                              merge B into A, resampling B onto A's wavelengths\n"
@@ -58,9 +71,9 @@ int main(int argc, char** argv) {
   }
 
   const std::map<std::string, std::function<int(const std::vector<std::string>&)>> commands = {
-      {"info", corv::cli::info_command},
-      {"convert", corv::cli::convert_command},
-      {"library", corv::cli::library_command},
+      {"info", corv::cli::info_command},       {"convert", corv::cli::convert_command},
+      {"library", corv::cli::library_command}, {"prepare", corv::cli::prepare_command},
+      {"pca", corv::cli::pca_command},         {"bandmath", corv::cli::bandmath_command},
   };
   const auto command = commands.find(words.front());
   if (command == commands.end()) {
