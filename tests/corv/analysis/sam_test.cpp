@@ -1,0 +1,203 @@
+#include "corv/analysis/sam.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+
+#include "corv/analysis/spectral_angle.h"
+#include "corv/io/logger.h"
+#include "tests/corv/test_support.h"
+
+namespace corv {
+namespace {
+
+using test::linear_wavelengths;
+using test::thrown_text;
+
+bool logged(const std::string& line) {
+  for (const auto& entry : logger::instance().entries()) {
+    if (entry.second == line) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST(sam_test, ranks_references_of_a_two_pixel_image) {
+  cube image(1, 2, 3);
+  image.tube(0, 0) = vector{1, 0, 0};
+  image.tube(0, 1) = vector{0, 2, 0};
+  const matrix references = {{1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
+  logger::instance().clear_entries();
+  cube values, indexes;
+  sam(image, linear_wavelengths(3), references, vector(), values, indexes, 3);
+  EXPECT_TRUE(logged("Performing SAM! "));
+  ASSERT_EQ(arma::size(values), arma::size(1, 2, 3));
+  ASSERT_EQ(arma::size(indexes), arma::size(1, 2, 3));
+  const float first[] = {0, 45, 90}, first_numbers[] = {1, 3, 2};
+  const float second[] = {0, 45, 90}, second_numbers[] = {2, 3, 1};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_NEAR(values(0, 0, i), first[i], 1e-4) << i;
+    EXPECT_EQ(indexes(0, 0, i), first_numbers[i]) << i;
+    EXPECT_NEAR(values(0, 1, i), second[i], 1e-4) << i;
+    EXPECT_EQ(indexes(0, 1, i), second_numbers[i]) << i;
+  }
+}
+
+TEST(sam_test, number_of_results) {
+  const cube image(2, 2, 4, arma::fill::randu);
+  const vector waves = linear_wavelengths(4);
+  cube values, indexes;
+  const matrix three(3, 4, arma::fill::randu), twelve(12, 4, arma::fill::randu);
+  for (const int k : {0, -1, 4, 100}) {
+    sam(image, waves, three, vector(), values, indexes, k);
+    EXPECT_EQ(values.n_slices, 3u) << k;
+    EXPECT_EQ(indexes.n_slices, 3u) << k;
+    sam(image, waves, twelve, vector(), values, indexes, k);
+    EXPECT_EQ(values.n_slices, k == 100 || k < 1 ? 5u : 4u) << k;
+  }
+  sam(image, waves, twelve, vector(), values, indexes, 12);
+  EXPECT_EQ(values.n_slices, 12u);
+  sam(image, waves, three, vector(), values, indexes, 1);
+  EXPECT_EQ(indexes.n_slices, 1u);
+}
+
+// Per pixel: every angle by the one-spectrum rule, sorted by a stable sort.
+void direct_sam(const cube& image, const matrix& references, arma::uword k, cube& values,
+                cube& indexes) {
+  values.set_size(image.n_rows, image.n_cols, k);
+  indexes.set_size(image.n_rows, image.n_cols, k);
+  for (arma::uword r = 0; r < image.n_rows; ++r) {
+    for (arma::uword c = 0; c < image.n_cols; ++c) {
+      const vector pixel = image.tube(r, c);
+      std::vector<float> angles(references.n_rows);
+      for (arma::uword j = 0; j < references.n_rows; ++j) {
+        angles[j] = spectral_angle(pixel, references.row(j).t());
+      }
+      std::vector<arma::uword> order(references.n_rows);
+      std::iota(order.begin(), order.end(), 0);
+      std::stable_sort(order.begin(), order.end(),
+                       [&](arma::uword a, arma::uword b) { return angles[a] < angles[b]; });
+      for (arma::uword i = 0; i < k; ++i) {
+        values(r, c, i) = angles[order[i]];
+        indexes(r, c, i) = static_cast<float>(order[i] + 1);
+      }
+    }
+  }
+}
+
+TEST(sam_test, whole_image_equals_the_rule_applied_pixel_by_pixel) {
+  arma::arma_rng::set_seed(17);
+  // 37 rows: two whole blocks of rows and a part block; a few negative values.
+  const cube image = arma::randu<cube>(37, 5, 9) - 0.1f;
+  const matrix references = arma::randu<matrix>(8, 9);
+  cube values, indexes, expected_values, expected_indexes;
+  logger::instance().clear_progress();
+  sam(image, linear_wavelengths(9), references, vector(), values, indexes, 4);
+  direct_sam(image, references, 4, expected_values, expected_indexes);
+  EXPECT_TRUE(arma::approx_equal(values, expected_values, "absdiff", 1e-3f));
+  EXPECT_TRUE(arma::approx_equal(indexes, expected_indexes, "absdiff", 0.0f));
+  EXPECT_EQ(logger::instance().progress(), 100);
+}
+
+TEST(sam_test, a_pixel_equal_to_a_reference_finds_it_first_at_angle_zero) {
+  arma::arma_rng::set_seed(2);
+  cube image = arma::randu<cube>(4, 3, 6);
+  const matrix references = arma::randu<matrix>(12, 6);
+  image.tube(2, 1) = references.row(6).t();
+  image.tube(0, 0) = 3.0f * references.row(10).t();
+  cube values, indexes;
+  sam(image, linear_wavelengths(6), references, vector(), values, indexes, 5);
+  EXPECT_EQ(indexes(2, 1, 0), 7.0f);
+  EXPECT_NEAR(values(2, 1, 0), 0.0f, 1e-3f);
+  EXPECT_EQ(indexes(0, 0, 0), 11.0f);
+  EXPECT_NEAR(values(0, 0, 0), 0.0f, 1e-3f);
+}
+
+TEST(sam_test, a_dark_pixel_has_nan_angles_and_the_references_in_order) {
+  cube image(2, 1, 3, arma::fill::zeros);
+  image.tube(1, 0) = vector{0, 1, 0};
+  const matrix references = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+  cube values, indexes;
+  sam(image, linear_wavelengths(3), references, vector(), values, indexes, 3);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_TRUE(std::isnan(values(0, 0, i)));
+    EXPECT_EQ(indexes(0, 0, i), float(i + 1));
+  }
+  EXPECT_EQ(indexes(1, 0, 0), 2.0f);
+}
+
+TEST(sam_test, refusals_name_the_routine_are_logged_and_leave_the_outputs) {
+  const cube image(3, 2, 4, arma::fill::randu);
+  const vector waves = linear_wavelengths(4);
+  const matrix references(2, 4, arma::fill::randu);
+  cube values(1, 1, 1, arma::fill::value(7.0f)), indexes = values;
+  const auto refusal = [&](const cube& I, const vector& w, const matrix& s, const vector& sw) {
+    logger::instance().clear_entries();
+    const std::string text = thrown_text([&] { sam(I, w, s, sw, values, indexes, 2); });
+    EXPECT_TRUE(logged(text)) << text;
+    return text;
+  };
+  EXPECT_EQ(refusal(cube(0, 2, 4), waves, references, vector()), "sam: Data size is incorrect.");
+  EXPECT_EQ(refusal(image, waves, matrix(0, 4), vector()), "sam: Spectra are required");
+  EXPECT_EQ(refusal(image, linear_wavelengths(3), references, vector()),
+            "sam: Wavelengths must have same bands as I");
+  EXPECT_EQ(refusal(image, waves, matrix(2, 5, arma::fill::ones), vector()),
+            "sam: Data size is incorrect: spectra waves must be given for resize.");
+  // One image band (410) in common only.
+  EXPECT_EQ(refusal(image, waves, matrix(2, 3, arma::fill::ones), vector{405, 410, 415}),
+            "unmix_by_spectra: No matching image bands between image and library.");
+  // Two bands in common, but the references also have a wave the image lacks.
+  EXPECT_EQ(refusal(image, waves, matrix(2, 3, arma::fill::ones), vector{410, 420, 425}),
+            "sam: For some reason, could not align data.");
+  EXPECT_EQ(values(0, 0, 0), 7.0f);
+  EXPECT_EQ(arma::size(indexes), arma::size(1, 1, 1));
+
+  logger::instance().request_abort();
+  EXPECT_EQ(thrown_text([&] { sam(image, waves, references, vector(), values, indexes, 2); }),
+            "Processing was aborted!");
+  EXPECT_EQ(values(0, 0, 0), 7.0f);
+  EXPECT_FALSE(logger::instance().abort_requested());
+}
+
+TEST(sam_test, bands_the_references_lack_are_left_out) {
+  arma::arma_rng::set_seed(8);
+  const cube image = arma::randu<cube>(5, 4, 6);
+  const vector waves = linear_wavelengths(6);  // 400 ... 450
+  const matrix references = arma::randu<matrix>(3, 3);
+  logger::instance().clear_entries();
+  cube values, indexes;
+  sam(image, waves, references, vector{410, 430, 440}, values, indexes, 3);
+  EXPECT_TRUE(logged("Data matches after band removal."));
+
+  const cube kept =
+      arma::join_slices(arma::join_slices(image.slice(1), image.slice(3)), image.slice(4));
+  cube expected_values, expected_indexes;
+  sam(kept, vector{410, 430, 440}, references, vector(), expected_values, expected_indexes, 3);
+  EXPECT_TRUE(arma::approx_equal(values, expected_values, "absdiff", 1e-3f));
+  EXPECT_TRUE(arma::approx_equal(indexes, expected_indexes, "absdiff", 0.0f));
+}
+
+TEST(sam_test, references_at_other_wavelengths_are_resampled) {
+  // A pixel that is a straight line over 400-450 nm matches the reference that
+  // is the same line sampled at other wavelengths, rather than a flat one.
+  cube image(1, 1, 6);
+  for (arma::uword b = 0; b < 6; ++b) {
+    image(0, 0, b) = 1.0f + 0.1f * b;
+  }
+  // As many waves as the image has bands, so no band is left out.
+  const vector reference_waves = {380, 397, 415, 437, 452, 470};
+  matrix references(2, 6);
+  for (arma::uword i = 0; i < 6; ++i) {
+    references(0, i) = 1.0f;
+    references(1, i) = 1.0f + 0.01f * (reference_waves(i) - 400.0f);
+  }
+  cube values, indexes;
+  sam(image, linear_wavelengths(6), references, reference_waves, values, indexes, 2);
+  EXPECT_EQ(indexes(0, 0, 0), 2.0f);
+  EXPECT_NEAR(values(0, 0, 0), 0.0f, 1e-3f);
+}
+
+}  // namespace
+}  // namespace corv

@@ -1,0 +1,77 @@
+#include "corv/analysis/spectral_angle.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "tests/corv/test_support.h"
+
+namespace corv {
+namespace {
+
+TEST(spectral_angle_test, angles_of_three_band_spectra) {
+  EXPECT_FLOAT_EQ(spectral_angle({1, 0, 0}, {0, 1, 0}), 90.0f);
+  EXPECT_FLOAT_EQ(spectral_angle({1, 1, 0}, {1, 0, 0}), 45.0f);
+  // Only the direction counts, not the brightness.
+  EXPECT_FLOAT_EQ(spectral_angle({2, 2, 0}, {5, 0, 0}), 45.0f);
+  EXPECT_FLOAT_EQ(spectral_angle({1, 2, 3}, {-1, -2, -3}), 180.0f);
+  EXPECT_NEAR(spectral_angle({0.3f, 0.7f, 0.2f}, {0.3f, 0.7f, 0.2f}), 0.0f, 1e-4f);
+  // (1, 2, 2) . (2, 1, 2) = 8, both of length 3: arccos(8 / 9).
+  EXPECT_NEAR(spectral_angle({1, 2, 2}, {2, 1, 2}), std::acos(8.0 / 9.0) * 180.0 / M_PI, 1e-4);
+  EXPECT_TRUE(std::isnan(spectral_angle({0, 0, 0}, {1, 2, 3})));
+}
+
+TEST(spectral_angle_test, degrees_from_cosines_outside_their_range_and_nan) {
+  EXPECT_FLOAT_EQ(angle_degrees(1.0), 0.0f);
+  EXPECT_FLOAT_EQ(angle_degrees(0.5), 60.0f);
+  EXPECT_FLOAT_EQ(angle_degrees(-1.0), 180.0f);
+  // Rounding can take the dot product of unit vectors past either end.
+  EXPECT_FLOAT_EQ(angle_degrees(-1.0000001), 180.0f);
+  EXPECT_EQ(angle_degrees(1.0000001), 0.0f);
+  EXPECT_TRUE(std::isnan(angle_degrees(std::numeric_limits<double>::quiet_NaN())));
+}
+
+TEST(spectral_angle_test, ranking_puts_the_largest_cosine_first_and_nan_last) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const double cosines[] = {0.5, 0.9, nan, 0.9, -1.0, nan};
+  arma::uword order[6];
+  rank_by_cosine(cosines, 6, 6, order);
+  const arma::uword all[] = {1, 3, 0, 4, 2, 5};
+  for (int i = 0; i < 6; ++i) {
+    EXPECT_EQ(order[i], all[i]) << "rank " << i;
+  }
+  rank_by_cosine(cosines, 6, 2, order);
+  EXPECT_EQ(order[0], 1u);
+  EXPECT_EQ(order[1], 3u);
+}
+
+TEST(spectral_angle_test, tile_cosines_match_the_angle_of_each_pixel) {
+  arma::arma_rng::set_seed(5);
+  const cube image = arma::randu<cube>(21, 3, 9) - 0.2f;
+  const matrix references = arma::randu<matrix>(4, 9);
+  const reference_angles angles(references);
+  ASSERT_EQ(angles.references(), 4u);
+  for (arma::uword j = 0; j < 4; ++j) {
+    EXPECT_NEAR(angles.lengths()(j), arma::norm(references.row(j)), 1e-5);
+  }
+  constexpr arma::uword tile = tile_products::tile;
+  double cosines[4 * tile], lengths[tile];
+  // A whole tile, then the 5 rows left over in the column.
+  for (const arma::uword first : {arma::uword{0}, arma::uword{16}}) {
+    const arma::uword pixels = first == 0 ? tile : 5;
+    angles.cosines(tile_at(image, first, first + pixels, 2), cosines, lengths);
+    for (arma::uword p = 0; p < pixels; ++p) {
+      const vector pixel = image.tube(first + p, 2);
+      EXPECT_NEAR(lengths[p], arma::norm(pixel), 1e-5);
+      for (arma::uword j = 0; j < 4; ++j) {
+        EXPECT_NEAR(angle_degrees(cosines[j * tile + p]),
+                    spectral_angle(pixel, references.row(j).t()), 1e-3)
+            << "row " << first + p << " reference " << j;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace corv

@@ -1,0 +1,119 @@
+#include "corv/analysis/unmixing.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numeric>
+
+#include "corv/analysis/nnls.h"
+#include "corv/analysis/sam.h"
+#include "corv/io/logger.h"
+#include "tests/corv/test_support.h"
+
+namespace corv {
+namespace {
+
+using test::linear_wavelengths;
+using test::thrown_text;
+
+TEST(unmixing_test, mixtures_worked_by_hand) {
+  const matrix references = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
+  cube image(1, 3, 3);
+  image.tube(0, 0) = vector{0.2f, 0.6f, 0.0f};  // best two: 2 (0.6), then 1 (0.2)
+  image.tube(0, 1) = vector{3.0f, 0.0f, 0.0f};
+  image.tube(0, 2) = vector{0.0f, 0.0f, 0.0f};
+  logger::instance().clear_entries();
+  cube fractions, indexes;
+  unmix_by_spectra(image, linear_wavelengths(3), references, vector(), fractions, indexes, 2);
+  const auto entries = logger::instance().entries();
+  ASSERT_FALSE(entries.empty());
+  EXPECT_EQ(entries.back().second, "Performing Unmixing! ");
+  ASSERT_EQ(arma::size(fractions), arma::size(1, 3, 2));
+  EXPECT_NEAR(fractions(0, 0, 0), 0.75f, 1e-6f);
+  EXPECT_NEAR(fractions(0, 0, 1), 0.25f, 1e-6f);
+  EXPECT_EQ(indexes(0, 0, 0), 2.0f);
+  EXPECT_EQ(indexes(0, 0, 1), 1.0f);
+  EXPECT_NEAR(fractions(0, 1, 0), 1.0f, 1e-6f);
+  EXPECT_EQ(fractions(0, 1, 1), 0.0f);
+  EXPECT_EQ(indexes(0, 1, 0), 1.0f);
+  // Nothing explains a pixel of zeros: 0 / 0.
+  EXPECT_TRUE(std::isnan(fractions(0, 2, 0)));
+  EXPECT_TRUE(std::isnan(fractions(0, 2, 1)));
+}
+
+TEST(unmixing_test, recovers_the_mixture_of_every_pixel) {
+  arma::arma_rng::set_seed(21);
+  const matrix references = arma::randu<matrix>(4, 12) + 0.1f;
+  cube image(19, 3, 12);
+  cube truth(19, 3, 4);
+  for (arma::uword r = 0; r < 19; ++r) {
+    for (arma::uword c = 0; c < 3; ++c) {
+      vector weights = arma::randu<vector>(4);
+      weights(r % 4) = 0.0f;  // one reference is absent from each pixel
+      truth.tube(r, c) = weights / arma::accu(weights);
+      image.tube(r, c) = 2.5f * references.t() * weights;
+    }
+  }
+  cube fractions, indexes;
+  unmix_by_spectra(image, linear_wavelengths(12), references, vector(), fractions, indexes, 4);
+  for (arma::uword r = 0; r < 19; ++r) {
+    for (arma::uword c = 0; c < 3; ++c) {
+      for (arma::uword i = 0; i < 4; ++i) {
+        const arma::uword reference = static_cast<arma::uword>(indexes(r, c, i)) - 1;
+        ASSERT_NEAR(fractions(r, c, i), truth(r, c, reference), 1e-4)
+            << "pixel " << r << ", " << c << " reference " << reference;
+      }
+    }
+  }
+}
+
+TEST(unmixing_test, whole_image_equals_sam_ranking_and_nnls_per_pixel) {
+  arma::arma_rng::set_seed(9);
+  const cube image = arma::randu<cube>(23, 4, 10);
+  const matrix references = arma::randu<matrix>(7, 10);
+  cube fractions, indexes, angles, ranked;
+  logger::instance().clear_progress();
+  unmix_by_spectra(image, linear_wavelengths(10), references, vector(), fractions, indexes, 3);
+  sam(image, linear_wavelengths(10), references, vector(), angles, ranked, 3);
+  EXPECT_TRUE(arma::approx_equal(indexes, ranked, "absdiff", 0.0f));
+  for (arma::uword r = 0; r < image.n_rows; ++r) {
+    for (arma::uword c = 0; c < image.n_cols; ++c) {
+      matrix chosen(10, 3);
+      for (arma::uword i = 0; i < 3; ++i) {
+        chosen.col(i) = references.row(static_cast<arma::uword>(ranked(r, c, i)) - 1).t();
+      }
+      const vector x = nnls(chosen, image.tube(r, c));
+      const vector expected = x / arma::accu(x);
+      for (arma::uword i = 0; i < 3; ++i) {
+        ASSERT_NEAR(fractions(r, c, i), expected(i), 1e-4) << r << ", " << c << ", " << i;
+      }
+    }
+  }
+  EXPECT_EQ(logger::instance().progress(), 100);
+}
+
+TEST(unmixing_test, refusals_name_the_routine) {
+  const cube image(3, 2, 4, arma::fill::randu);
+  cube fractions(1, 1, 1, arma::fill::value(5.0f)), indexes;
+  EXPECT_EQ(thrown_text([&] {
+              unmix_by_spectra(image, linear_wavelengths(4), matrix(0, 4), vector(), fractions,
+                               indexes, 2);
+            }),
+            "unmix_by_spectra: Spectra are required");
+  EXPECT_EQ(thrown_text([&] {
+              unmix_by_spectra(image, linear_wavelengths(4), matrix(2, 3, arma::fill::ones),
+                               vector{410, 420, 425}, fractions, indexes, 2);
+            }),
+            "unmix_by_spectra: For some reason, could not align data.");
+  EXPECT_EQ(thrown_text([&] {
+              unmix_by_spectra(image, linear_wavelengths(4), matrix(2, 3, arma::fill::ones),
+                               vector{410, 415, 425}, fractions, indexes, 2);
+            }),
+            "unmix_by_spectra: No matching image bands between image and library.");
+  EXPECT_EQ(fractions(0, 0, 0), 5.0f);
+  EXPECT_TRUE(indexes.empty());
+}
+
+}  // namespace
+}  // namespace corv
