@@ -5,6 +5,8 @@
 #include <functional>
 #include <numeric>
 
+#include "corv/io/huge_pages.h"
+
 namespace corv {
 
 namespace {
@@ -48,7 +50,7 @@ hdf5_data<T> read_dataset(const H5::DataSet& dataset, const H5::PredType& memory
   }
   hdf5_data<T> data;
   data.shape.assign(dims.begin(), dims.end());
-  data.values.resize(element_count(data.shape));
+  resize_large(data.values, element_count(data.shape));
   if (!data.values.empty()) {
     dataset.read(data.values.data(), memory_type);
   }

@@ -1,8 +1,11 @@
 #include "corv/io/hsz_input.h"
 
+#include <algorithm>
 #include <array>
 #include <stdexcept>
 #include <utility>
+
+#include "corv/io/huge_pages.h"
 
 namespace corv {
 
@@ -12,26 +15,21 @@ namespace {
   throw std::runtime_error("hsz_input: " + text);
 }
 
+// Conversions run on one thread: they are bound by memory, and on a busy
+// machine a second thread's wait at the end of the loop costs more than it saves.
 matrix to_matrix(const quantised::value_block& values) {
-  matrix out(values.rows(), values.cols());
-  const std::vector<double>& in = values.values();
-  const std::ptrdiff_t count = static_cast<std::ptrdiff_t>(out.n_elem);
-#pragma omp parallel for if (count > 65536)
-  for (std::ptrdiff_t i = 0; i < count; ++i) {
-    out[static_cast<arma::uword>(i)] = static_cast<float>(in[static_cast<std::size_t>(i)]);
-  }
+  matrix out(values.rows(), values.cols(), arma::fill::none);
+  advise_huge_pages(out.memptr(), out.n_elem * sizeof(float));
+  std::transform(values.values().begin(), values.values().end(), out.begin(),
+                 [](double x) { return static_cast<float>(x); });
   return out;
 }
 
 template <typename T, typename Convert>
 cube to_cube(const quantised::block<T>& values, Convert convert) {
-  cube out(values.rows(), values.cols(), values.slices());
-  const std::vector<T>& in = values.values();
-  const std::ptrdiff_t count = static_cast<std::ptrdiff_t>(out.n_elem);
-#pragma omp parallel for if (count > 65536)
-  for (std::ptrdiff_t i = 0; i < count; ++i) {
-    out[static_cast<arma::uword>(i)] = convert(in[static_cast<std::size_t>(i)]);
-  }
+  cube out(values.rows(), values.cols(), values.slices(), arma::fill::none);
+  advise_huge_pages(out.memptr(), out.n_elem * sizeof(float));
+  std::transform(values.values().begin(), values.values().end(), out.begin(), convert);
   return out;
 }
 

@@ -1,9 +1,11 @@
 #include "corv/io/hsz_output.h"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
 #include "corv/io/hsz_record.h"
+#include "corv/io/huge_pages.h"
 #include "corv/io/logger.h"
 #include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
@@ -27,22 +29,22 @@ block_shape shape_of(const matrix& m) {
 
 template <typename Array>
 value_block values_of(const Array& values) {
-  return value_block(shape_of(values), std::vector<double>(values.begin(), values.end()));
+  std::vector<double> copy;
+  resize_large(copy, values.n_elem);
+  std::copy(values.begin(), values.end(), copy.begin());
+  return value_block(shape_of(values), std::move(copy));
 }
 
 // The library counts elements from 0, the file from 1.
 index_block one_based(const cube& indexes, const std::string& name) {
-  std::vector<std::int32_t> stored(indexes.n_elem);
+  std::vector<std::int32_t> stored;
+  resize_large(stored, indexes.n_elem);
   bool whole = true;
-  const std::ptrdiff_t count = static_cast<std::ptrdiff_t>(indexes.n_elem);
-#pragma omp parallel for reduction(&& : whole) if (count > 65536)
-  for (std::ptrdiff_t i = 0; i < count; ++i) {
-    const float index = indexes[static_cast<arma::uword>(i)];
+  std::transform(indexes.begin(), indexes.end(), stored.begin(), [&whole](float index) {
     const bool ok = std::isfinite(index) && index >= 0.0f && index < 2147483647.0f;
     whole = whole && ok;
-    stored[static_cast<std::size_t>(i)] =
-        ok ? static_cast<std::int32_t>(std::lround(index)) + 1 : 0;
-  }
+    return ok ? static_cast<std::int32_t>(std::lround(index)) + 1 : 0;
+  });
   if (!whole) {
     log_and_throw("hsz_output: " + name + " holds a value that is not an element number.");
   }

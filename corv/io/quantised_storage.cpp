@@ -1,9 +1,11 @@
 #include "corv/io/quantised_storage.h"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
 #include "corv/io/hdf5_group.h"
+#include "corv/io/huge_pages.h"
 #include "corv/io/types.h"
 
 namespace corv {
@@ -16,14 +18,15 @@ struct value_range {
   double min;
 };
 
+// The conversions here are bound by memory, not arithmetic: they run on one
+// thread, since a second gains little and, on a busy machine, its waits at the
+// end of each loop cost more than it saves.
 template <typename T>
 value_range scan_block(const std::vector<T>& values) {
   double largest = max_start;
   double smallest = min_start;
-  const std::ptrdiff_t count = static_cast<std::ptrdiff_t>(values.size());
-#pragma omp parallel for reduction(max : largest) reduction(min : smallest) if (count > 65536)
-  for (std::ptrdiff_t i = 0; i < count; ++i) {
-    const double x = static_cast<double>(values[static_cast<std::size_t>(i)]);
+  for (const T value : values) {
+    const double x = static_cast<double>(value);
     if (x > largest) {
       largest = x;
     }
@@ -63,28 +66,42 @@ std::string group_path(const hdf5_group& parent, const std::string& name) {
                            " holds a value that is not a finite number.");
 }
 
+// Visits every element of a rows x columns x slices block once, as a pair of its
+// index in the file's row order and in the column-major memory block. Tiles of
+// 64 x 64 pixels keep both sides in cache (a plain loop would miss the cache on
+// nearly every element of one side).
+template <typename Visit>
+void visit_in_tiles(std::size_t rows, std::size_t cols, std::size_t slices, Visit visit) {
+  constexpr std::size_t tile = 64;
+  const std::size_t plane = rows * cols;
+  for (std::size_t first_row = 0; first_row < rows; first_row += tile) {
+    const std::size_t end_row = std::min(rows, first_row + tile);
+    for (std::size_t first_col = 0; first_col < cols; first_col += tile) {
+      const std::size_t end_col = std::min(cols, first_col + tile);
+      for (std::size_t s = 0; s < slices; ++s) {
+        for (std::size_t c = first_col; c < end_col; ++c) {
+          for (std::size_t r = first_row; r < end_row; ++r) {
+            visit((r * cols + c) * slices + s, r + rows * c + plane * s);
+          }
+        }
+      }
+    }
+  }
+}
+
 // Reorders a column-major block into the file's row order while quantising each
 // value. Returns false when some value could not be quantised.
 template <typename T, typename Quantise>
 bool to_file_order(const block<T>& values, std::vector<std::uint16_t>& out, Quantise quantise) {
-  const std::size_t rows = values.rows();
-  const std::size_t cols = values.cols();
-  const std::size_t slices = values.slices();
   const T* in = values.values().data();
-  out.resize(values.values().size());
+  resize_large(out, values.values().size());
   bool all_finite = true;
-#pragma omp parallel for reduction(&& : all_finite) if (out.size() > 65536)
-  for (std::ptrdiff_t r = 0; r < static_cast<std::ptrdiff_t>(rows); ++r) {
-    const std::size_t row = static_cast<std::size_t>(r);
-    for (std::size_t c = 0; c < cols; ++c) {
-      std::uint16_t* target = out.data() + (row * cols + c) * slices;
-      for (std::size_t s = 0; s < slices; ++s) {
-        bool ok = true;
-        target[s] = quantise(in[row + rows * (c + cols * s)], ok);
-        all_finite = all_finite && ok;
-      }
-    }
-  }
+  visit_in_tiles(values.rows(), values.cols(), values.slices(),
+                 [&](std::size_t file, std::size_t memory) {
+                   bool ok = true;
+                   out[file] = quantise(in[memory], ok);
+                   all_finite = all_finite && ok;
+                 });
   return all_finite;
 }
 
@@ -145,20 +162,11 @@ stored_group read_group(const hdf5_group& parent, const std::string& name) {
 // Reorders file-order DATA into a column-major block, converting each value.
 template <typename T, typename Convert>
 std::vector<T> from_file_order(const stored_group& stored, Convert convert) {
-  const std::size_t rows = stored.shape.rows;
-  const std::size_t cols = stored.shape.cols;
-  const std::size_t slices = stored.shape.slices;
-  std::vector<T> out(stored.data.size());
-#pragma omp parallel for if (out.size() > 65536)
-  for (std::ptrdiff_t r = 0; r < static_cast<std::ptrdiff_t>(rows); ++r) {
-    const std::size_t row = static_cast<std::size_t>(r);
-    for (std::size_t c = 0; c < cols; ++c) {
-      const std::uint16_t* source = stored.data.data() + (row * cols + c) * slices;
-      for (std::size_t s = 0; s < slices; ++s) {
-        out[row + rows * (c + cols * s)] = convert(source[s]);
-      }
-    }
-  }
+  std::vector<T> out;
+  resize_large(out, stored.data.size());
+  const std::uint16_t* in = stored.data.data();
+  visit_in_tiles(stored.shape.rows, stored.shape.cols, stored.shape.slices,
+                 [&](std::size_t file, std::size_t memory) { out[memory] = convert(in[file]); });
   return out;
 }
 
