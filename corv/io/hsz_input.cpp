@@ -205,26 +205,39 @@ cube hsz_input::compose_s() const {
   const double* abundances = part.element_abundances.values().data();
   const std::int32_t* indexes = part.element_abundance_indexes.values().data();
   const double* spectra = part.elements.values().data();
-  cube reflectance(height_, width_, bands_, arma::fill::zeros);
-  // Image column by image column; each pixel sums its elements in order.
+  cube reflectance(height_, width_, bands_, arma::fill::none);
+  advise_huge_pages(reflectance.memptr(), reflectance.n_elem * sizeof(float));
+  // Pixels in runs of up to 64 along an image column: each pixel's spectrum is
+  // summed over its elements in order, whole spectra at a time (contiguous, so
+  // the sums vectorise), then the run is spread over the band slices.
+  constexpr std::size_t run = 64;
+  const std::size_t runs_per_column = (rows + run - 1) / run;
+  const auto runs = static_cast<std::ptrdiff_t>(runs_per_column * width_);
 #pragma omp parallel
   {
-    std::vector<double> sum(rows);
-#pragma omp for
-    for (std::ptrdiff_t c = 0; c < static_cast<std::ptrdiff_t>(width_); ++c) {
-      const std::size_t first = static_cast<std::size_t>(c) * rows;
-      for (std::size_t b = 0; b < bands; ++b) {
-        std::fill(sum.begin(), sum.end(), 0.0);
+    std::vector<double> sums(run * bands);
+#pragma omp for schedule(static)
+    for (std::ptrdiff_t i = 0; i < runs; ++i) {
+      const std::size_t col = static_cast<std::size_t>(i) / runs_per_column;
+      const std::size_t first_row = static_cast<std::size_t>(i) % runs_per_column * run;
+      const std::size_t length = std::min(run, rows - first_row);
+      const std::size_t first = col * rows + first_row;
+      std::fill(sums.begin(), sums.end(), 0.0);
+      for (std::size_t r = 0; r < length; ++r) {
+        double* sum = sums.data() + r * bands;
         for (std::size_t j = 0; j < count; ++j) {
-          const double* weight = abundances + j * pixels + first;
-          const std::int32_t* element = indexes + j * pixels + first;
-          for (std::size_t r = 0; r < rows; ++r) {
-            sum[r] += weight[r] * spectra[b + bands * static_cast<std::size_t>(element[r] - 1)];
+          const double weight = abundances[j * pixels + first + r];
+          const double* element =
+              spectra + bands * static_cast<std::size_t>(indexes[j * pixels + first + r] - 1);
+          for (std::size_t b = 0; b < bands; ++b) {
+            sum[b] += weight * element[b];
           }
         }
+      }
+      for (std::size_t b = 0; b < bands; ++b) {
         float* out = reflectance.slice_memptr(b) + first;
-        for (std::size_t r = 0; r < rows; ++r) {
-          out[r] = static_cast<float>(sum[r]);
+        for (std::size_t r = 0; r < length; ++r) {
+          out[r] = static_cast<float>(sums[r * bands + b]);
         }
       }
     }
