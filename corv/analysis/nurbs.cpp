@@ -257,77 +257,78 @@ std::size_t nurbs_minimal_knots(const cube& I, const cube& J, const vector& wave
     log_and_throw("nurbs_minimal_knots: Wavelengths must be finite and strictly increasing.");
   }
   const std::vector<double> waves = to_doubles(wavelengths);
-  const std::vector<double> current = to_doubles(knots);
-
-  // The last copy of every distinct interior knot.
-  std::vector<std::size_t> candidates;
-  for (std::size_t r = degree + 1; r + degree + 1 < current.size(); ++r) {
-    if (current[r] < current[r + 1]) {
-      candidates.push_back(r);
-    }
-  }
-  if (candidates.empty()) {
-    log << "nurbs_minimal_knots: No candidate knots detected!"
-        << "EOL";
-    log << "nurbs_minimal_knots: Finished Knot Removal!"
-        << "EOL";
-    return 0;
-  }
-
-  std::vector<double> scores(candidates.size(), 0.0);
-  score_removals(I, current, degree, I_points, candidates, scores);
-  score_removals(J, current, degree, J_points, candidates, scores);
-  std::vector<std::size_t> order(candidates.size());
-  std::iota(order.begin(), order.end(), 0);
-  std::stable_sort(order.begin(), order.end(),
-                   [&](std::size_t a, std::size_t b) { return scores[a] < scores[b]; });
-
   const double bound = double(alpha) * value_range(I, J);
-  // The knots without the first `removed` candidates of the ranking.
-  auto without = [&](std::size_t removed) {
-    std::vector<bool> drop(current.size(), false);
-    for (std::size_t i = 0; i < removed; ++i) {
-      drop[candidates[order[i]]] = true;
-    }
-    std::vector<double> kept;
-    for (std::size_t r = 0; r < current.size(); ++r) {
-      if (!drop[r]) {
-        kept.push_back(current[r]);
+  // Rounds work on copies, so that an abort leaves the outputs as they were.
+  std::vector<double> current = to_doubles(knots);
+  nurbs_control_points current_I = I_points, current_J = J_points;
+  std::size_t total = 0;
+  for (;;) {
+    // The last copy of every distinct interior knot.
+    std::vector<std::size_t> candidates;
+    for (std::size_t r = degree + 1; r + degree + 1 < current.size(); ++r) {
+      if (current[r] < current[r + 1]) {
+        candidates.push_back(r);
       }
     }
-    return kept;
-  };
-  nurbs_control_points trial_I, trial_J, best_I, best_J;
-  auto acceptable = [&](std::size_t removed) {
-    log.check_abort();
-    const std::vector<double> trial = without(removed);
-    if (!(encode_image(I, waves, trial, degree, trial_I, bound) <= bound) ||
-        !(encode_image(J, waves, trial, degree, trial_J, bound) <= bound)) {
-      return false;
+    if (candidates.empty()) {
+      log << "nurbs_minimal_knots: No candidate knots detected!"
+          << "EOL";
+      break;
     }
-    std::swap(trial_I, best_I);
-    std::swap(trial_J, best_J);
-    return true;
-  };
-  std::size_t accepted = 0;
-  if (acceptable(candidates.size())) {
-    accepted = candidates.size();
-  } else {
-    std::size_t refused = candidates.size();
-    while (refused - accepted > 1) {
-      const std::size_t middle = accepted + (refused - accepted) / 2;
-      if (acceptable(middle)) {
-        accepted = middle;
-      } else {
-        refused = middle;
-      }
-    }
-  }
 
-  if (accepted == 0) {
-    log << "nurbs_minimal_knots: No knot can be removed within the error bound " << bound << "."
-        << "EOL";
-  } else {
+    std::vector<double> scores(candidates.size(), 0.0);
+    score_removals(I, current, degree, current_I, candidates, scores);
+    score_removals(J, current, degree, current_J, candidates, scores);
+    std::vector<std::size_t> order(candidates.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return scores[a] < scores[b]; });
+
+    // The knots without the first `removed` candidates of the ranking.
+    auto without = [&](std::size_t removed) {
+      std::vector<bool> drop(current.size(), false);
+      for (std::size_t i = 0; i < removed; ++i) {
+        drop[candidates[order[i]]] = true;
+      }
+      std::vector<double> kept;
+      for (std::size_t r = 0; r < current.size(); ++r) {
+        if (!drop[r]) {
+          kept.push_back(current[r]);
+        }
+      }
+      return kept;
+    };
+    nurbs_control_points trial_I, trial_J, best_I, best_J;
+    auto acceptable = [&](std::size_t removed) {
+      log.check_abort();
+      const std::vector<double> trial = without(removed);
+      if (!(encode_image(I, waves, trial, degree, trial_I, bound) <= bound) ||
+          !(encode_image(J, waves, trial, degree, trial_J, bound) <= bound)) {
+        return false;
+      }
+      std::swap(trial_I, best_I);
+      std::swap(trial_J, best_J);
+      return true;
+    };
+    std::size_t accepted = 0;
+    if (acceptable(candidates.size())) {
+      accepted = candidates.size();
+    } else {
+      std::size_t refused = candidates.size();
+      while (refused - accepted > 1) {
+        const std::size_t middle = accepted + (refused - accepted) / 2;
+        if (acceptable(middle)) {
+          accepted = middle;
+        } else {
+          refused = middle;
+        }
+      }
+    }
+    if (accepted == 0) {
+      log << "nurbs_minimal_knots: No knot can be removed within the error bound " << bound << "."
+          << "EOL";
+      break;
+    }
     std::vector<double> removed;
     for (std::size_t i = 0; i < accepted; ++i) {
       removed.push_back(current[candidates[order[i]]]);
@@ -336,13 +337,19 @@ std::size_t nurbs_minimal_knots(const cube& I, const cube& J, const vector& wave
     for (const double knot : removed) {
       log << "nurbs_minimal_knots: Removed a knot: " << knot << "EOL";
     }
-    knots = arma::conv_to<vector>::from(without(accepted));
-    I_points = std::move(best_I);
-    J_points = std::move(best_J);
+    current = without(accepted);
+    current_I = std::move(best_I);
+    current_J = std::move(best_J);
+    total += accepted;
+  }
+  if (total > 0) {
+    knots = arma::conv_to<vector>::from(current);
+    I_points = std::move(current_I);
+    J_points = std::move(current_J);
   }
   log << "nurbs_minimal_knots: Finished Knot Removal!"
       << "EOL";
-  return accepted;
+  return total;
 }
 
 void generate_nurbs(const cube& I, const cube& J, const vector& wavelengths, vector& knots,

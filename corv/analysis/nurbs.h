@@ -56,6 +56,7 @@ void nurbs_global_interpolation(const cube& I, const cube& J, const vector& wave
 // curve at the band wavelengths, stays within alpha x (largest - smallest value
 // of I and J) of every band. The points must be the fit of I and J on the knots
 // (nurbs_global_interpolation); on return they are the fit on the knots left.
+// It works in rounds, until a round removes nothing:
 //   1. Every distinct interior knot is a candidate. For each, the removal error
 //      of every curve is estimated (nurbs_removal_error) and its largest value
 //      over the pixels ranks the candidate; smaller goes first.
@@ -63,16 +64,21 @@ void nurbs_global_interpolation(const cube& I, const cube& J, const vector& wave
 //      again on the knots left and read back, and the largest deviation from
 //      the data decides: k starts at all candidates and is then found by
 //      bisection as the largest count that stays within the bound. The refit
-//      usually does better than the estimates, which is why they only rank.
-// Logs "nurbs_minimal_knots: Beginning knot removal.", then
-// "nurbs_minimal_knots: Removed a knot: <knot>" for each removed knot in
-// ascending order, or "nurbs_minimal_knots: No candidate knots detected!" when
-// there is no interior knot, or "nurbs_minimal_knots: No knot can be removed
-// within the error bound <bound>." when even the best candidate alone exceeds
-// it, and finally "nurbs_minimal_knots: Finished Knot Removal!". Returns the
-// number of knots removed. Throws "nurbs_minimal_knots: Data size is
-// incorrect." when the wavelengths, J or the points do not match I and the
-// knots (or I has no pixel or band).
+//      usually does better than the estimates, which is why they only rank;
+//      the next round ranks again on the refitted curves.
+// Logs "nurbs_minimal_knots: Beginning knot removal.", then for every round
+// "nurbs_minimal_knots: Removed a knot: <knot>" for each knot it removed, in
+// ascending order, until the round that ends the removal logs why:
+// "nurbs_minimal_knots: No candidate knots detected!" when no interior knot is
+// left, or "nurbs_minimal_knots: No knot can be removed within the error bound
+// <bound>." when even the best candidate alone exceeds it; finally
+// "nurbs_minimal_knots: Finished Knot Removal!". Returns the number of knots
+// removed. Throws "nurbs_minimal_knots: Data size is incorrect." when the
+// wavelengths, J or the points do not match I and the knots (or I has no pixel
+// or band), "nurbs_minimal_knots: Knot vector is not clamped to [0, 1] or
+// decreases." and "nurbs_minimal_knots: Wavelengths must be finite and strictly
+// increasing."; the abort request is honoured between refits. On failure the
+// knots and points are left as they were.
 std::size_t nurbs_minimal_knots(const cube& I, const cube& J, const vector& wavelengths,
                                 vector& knots, std::uint32_t degree, float alpha,
                                 nurbs_control_points& I_points, nurbs_control_points& J_points);
@@ -80,10 +86,12 @@ std::size_t nurbs_minimal_knots(const cube& I, const cube& J, const vector& wave
 // Compresses the spectra of I into curves on one shared knot vector: starting
 // from the interpolation knots, it repeats at most `iterations` passes of
 // nurbs_global_interpolation and nurbs_minimal_knots, and stops early when the
-// number of knots is at or below the knot threshold or a pass removes no knot
-// (the next pass could only repeat it). J takes part in every fit and every
-// removal decision, so the knots serve its spectra as well; its own curves are
-// fitted on the returned knots with nurbs_global_interpolation.
+// number of knots is at or below the knot threshold or a pass removes no knot.
+// As a pass removes every knot it can, a further pass only confirms that
+// nothing more can go: the passes matter for the threshold, which ends the run
+// after the first pass when met. J takes part in every fit and every removal
+// decision, so the knots serve its spectra as well; its own curves are fitted
+// on the returned knots with nurbs_global_interpolation.
 // Parameters, in this order: a degree below 2 becomes 2; a knot threshold of
 // 0xFFFFFFFF (-1) means bands - 2, below 1 becomes 1; iterations below 1 become
 // 10; an alpha above 1, below 0 or not a number becomes 0.1. With verbosity

@@ -44,6 +44,7 @@ nurbs_workspace::nurbs_workspace(std::size_t points, unsigned degree)
       control_wavelengths(points),
       control_values(points),
       read(points),
+      span_ends(points + 1),
       trial_wavelengths(points),
       trial_values(points),
       parameters(points),
@@ -186,10 +187,13 @@ double nurbs_encode_spectrum(const std::vector<double>& knots, unsigned degree,
       x[i] = static_cast<float>(x[i]);
       y[i] = static_cast<float>(y[i]);
     }
-    nurbs_read_spectrum(knots, degree, x, y, wavelengths, points, work.read.data(), work);
+    // The parameters of the fit are where the curve should meet each band.
+    nurbs_read_spectrum(knots, degree, x, y, wavelengths, points, work.read.data(), work,
+                        work.parameters.data());
     double deviation = 0.0;
     for (std::size_t k = 0; k < points; ++k) {
-      const double miss = std::fabs(work.read[k] - values[k]);
+      // Read back as nurbs_evaluate hands it out: a float.
+      const double miss = std::fabs(static_cast<float>(work.read[k]) - values[k]);
       if (!(miss <= deviation)) {
         deviation = miss;  // keeps a NaN, which no curve is then chosen for
       }
@@ -215,7 +219,7 @@ double nurbs_encode_spectrum(const std::vector<double>& knots, unsigned degree,
 std::size_t nurbs_read_spectrum(const std::vector<double>& knots, unsigned degree,
                                 const double* control_wavelengths, const double* control_values,
                                 const double* targets, std::size_t count, double* out,
-                                nurbs_workspace& work) {
+                                nurbs_workspace& work, const double* guesses) {
   const std::size_t last = nurbs_control_count(knots, degree) - 1;
   double* n = work.basis.data();
   double* dn = work.derivatives.data();
@@ -224,7 +228,16 @@ std::size_t nurbs_read_spectrum(const std::vector<double>& knots, unsigned degre
   const double* cy = control_values;
   const double tolerance = 1e-11 * (std::fabs(cx[0]) + std::fabs(cx[last]) + 1.0);
 
-  std::size_t span = nurbs_find_span(knots, degree, 0.0);
+  // x at the end of every non-empty span, once per curve: the walk below
+  // then evaluates the curve only inside the span that brackets a target.
+  double* span_end = work.span_ends.data();
+  const std::size_t first_span = nurbs_find_span(knots, degree, 0.0);
+  for (std::size_t s = first_span; s <= last; s = next_span(knots, s, last)) {
+    nurbs_basis(knots, s, degree, knots[s + 1], n, scratch);
+    span_end[s] = nurbs_combine(n, cx, s, degree);
+  }
+
+  std::size_t span = first_span;
   double a = 0.0;  // where the previous target was found
   double xa = cx[0];
   std::size_t outside = 0;
@@ -239,31 +252,22 @@ std::size_t nurbs_read_spectrum(const std::vector<double>& knots, unsigned degre
       continue;
     }
     // Walk the spans until x at a span's end reaches the target.
-    double b = 0.0, xb = 0.0;
-    bool beyond = false;
-    for (;;) {
-      b = knots[span + 1];
-      nurbs_basis(knots, span, degree, b, n, scratch);
-      xb = nurbs_combine(n, cx, span, degree);
-      if (xb >= target) {
-        break;
-      }
-      if (span >= last) {
-        beyond = true;
-        break;
-      }
-      a = b;
-      xa = xb;
+    while (span_end[span] < target && span < last) {
+      a = knots[span + 1];
+      xa = span_end[span];
       span = next_span(knots, span, last);
     }
-    if (beyond) {
+    if (span_end[span] < target) {
       ++outside;
       out[t] = cy[last];
       continue;
     }
+    const double b = knots[span + 1], xb = span_end[span];
     // x(a) < target <= x(b) inside one span: Newton, kept in the bracket.
     double low = a, high = b;
-    double u = low + (high - low) * (target - xa) / (xb - xa);
+    double u = guesses != nullptr && guesses[t] > low && guesses[t] < high
+                   ? guesses[t]
+                   : low + (high - low) * (target - xa) / (xb - xa);
     for (int iteration = 0; iteration < 100; ++iteration) {
       nurbs_basis_derivatives(knots, span, degree, u, n, dn, scratch);
       const double f = nurbs_combine(n, cx, span, degree) - target;

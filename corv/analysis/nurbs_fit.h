@@ -23,6 +23,7 @@ struct nurbs_workspace {
   std::vector<double> control_wavelengths;  // its control points
   std::vector<double> control_values;
   std::vector<double> read;               // the curve read at the wavelengths
+  std::vector<double> span_ends;          // x at the end of each knot span
   std::vector<double> trial_wavelengths;  // a fit being tried
   std::vector<double> trial_values;
   std::vector<double> parameters;
@@ -60,8 +61,9 @@ constexpr double nurbs_smoothing_ladder[] = {1e-9, 1e-6, 1e-4, 1e-2, 1e-1, 1.0};
 
 // Encodes a spectrum as a curve on the knots: fits it with each smoothing of
 // the ladder in turn, rounds the control points to 32-bit floats (as they are
-// stored), reads the curve back at the wavelengths and keeps the curve with the
-// smallest largest deviation from the values; stops at the first curve that
+// stored), reads the curve back at the wavelengths (rounded to floats, as
+// nurbs_evaluate hands it out) and keeps the curve with the smallest largest
+// deviation from the values; stops at the first curve that
 // deviates by at most 1e-5 of the spectrum's largest magnitude (all a float
 // control point can promise). A spectrum that the knots suit is thus
 // interpolated at the cost of one fit; the others get the smoothing that
@@ -78,10 +80,13 @@ double nurbs_encode_spectrum(const std::vector<double>& knots, unsigned degree,
 // kept inside the bracket by bisection, finds u. Where x is not monotonic this
 // takes the first crossing after the previous target. A target below x(0) or
 // above x(1) takes the value of that end; returns how many targets did.
+// `guesses`, when given, are the u where each target is expected (the
+// parameters of the fit when reading at its own wavelengths): Newton starts
+// there when the guess lies in the bracket.
 std::size_t nurbs_read_spectrum(const std::vector<double>& knots, unsigned degree,
                                 const double* control_wavelengths, const double* control_values,
                                 const double* targets, std::size_t count, double* out,
-                                nurbs_workspace& work);
+                                nurbs_workspace& work, const double* guesses = nullptr);
 
 // Estimates the change, in value at a fixed wavelength, of removing one copy of
 // the interior knot knots[knot_index] (the last copy of its value). The knot
