@@ -62,7 +62,13 @@ bool clamped(const vector& knots, std::uint32_t degree) {
       return false;
     }
   }
-  // An interior knot at an end would make an end span empty.
+  // An interior knot at an end would make an end span empty, one repeated more
+  // than degree times would break the curve.
+  for (arma::uword i = degree + 1; i + degree + 1 < count; ++i) {
+    if (i >= arma::uword(degree) + 1 + degree && knots(i) == knots(i - degree)) {
+      return false;
+    }
+  }
   return knots(degree + 1) > 0.0f && knots(count - degree - 2) < 1.0f;
 }
 

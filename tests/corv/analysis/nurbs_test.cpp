@@ -326,6 +326,10 @@ TEST_F(nurbs_test, wrong_sizes_and_values_are_refused_with_the_outputs_untouched
   EXPECT_EQ(interpolate(I, no_pixels(8), waves, vector{0, 0, 0.1f, 0.5f, 1, 1, 1}), unclamped);
   EXPECT_EQ(interpolate(I, no_pixels(8), waves, vector{0, 0, 0, 0.6f, 0.5f, 1, 1, 1}), unclamped);
   EXPECT_EQ(interpolate(I, no_pixels(8), waves, vector{0, 0, 0, 0, 1, 1, 1}), unclamped);
+  // An interior knot may repeat up to degree times, not more.
+  EXPECT_EQ(interpolate(I, no_pixels(8), waves, vector{0, 0, 0, 0.5f, 0.5f, 1, 1, 1}), "");
+  EXPECT_EQ(interpolate(I, no_pixels(8), waves, vector{0, 0, 0, 0.5f, 0.5f, 0.5f, 1, 1, 1}),
+            unclamped);
   EXPECT_EQ(interpolate(I, no_pixels(8), falling, interpolating),
             "nurbs_global_interpolation: Wavelengths must be finite and strictly increasing.");
   EXPECT_EQ(interpolate(holes, no_pixels(8), waves, interpolating),
