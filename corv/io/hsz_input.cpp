@@ -205,8 +205,10 @@ cube hsz_input::compose_s() const {
   const double* abundances = part.element_abundances.values().data();
   const std::int32_t* indexes = part.element_abundance_indexes.values().data();
   const double* spectra = part.elements.values().data();
+  // No huge pages for the cube, unlike the arrays it is made from: at this size
+  // (a 1024 x 1024 x 128 cube is 512 MiB) their first touch in a fresh process
+  // cost twice the time of ordinary pages, as the kernel compacts memory for them.
   cube reflectance(height_, width_, bands_, arma::fill::none);
-  advise_huge_pages(reflectance.memptr(), reflectance.n_elem * sizeof(float));
   // Pixels in runs of up to 64 along an image column: each pixel's spectrum is
   // summed over its elements in order, whole spectra at a time (contiguous, so
   // the sums vectorise), then the run is spread over the band slices.
@@ -250,7 +252,7 @@ cube hsz_input::compose_I() {
   const matrix specular = k();
   const matrix shading = g();
   const cube reflectance = hold_ ? *held_s() : compose_s();
-  cube image(height_, width_, bands_);
+  cube image(height_, width_, bands_, arma::fill::none);
 #pragma omp parallel for
   for (std::ptrdiff_t b = 0; b < static_cast<std::ptrdiff_t>(bands_); ++b) {
     const arma::uword band = static_cast<arma::uword>(b);
