@@ -14,35 +14,49 @@ long clamped(long index, long last) {
 }
 
 // Output band b = sum_j weights[j] * band(b - half + j) / normaliser, written back
-// in place. The original planes that later outputs still need (b - half .. b)
-// are kept in a ring of half + 1 planes.
+// in place. The pixels are shared out in blocks; within a block the bands run in
+// order, and the original values that later outputs still need (bands b - half
+// .. b) are kept in a ring of half + 1 block-sized planes.
 void smooth_bands(cube& data, const std::vector<float>& weights, float normaliser) {
   const long bands = static_cast<long>(data.n_slices);
-  if (bands == 0 || data.n_rows == 0 || data.n_cols == 0) {
+  const long plane = static_cast<long>(data.n_rows * data.n_cols);
+  if (bands == 0 || plane == 0) {
     return;
   }
-  const long half = static_cast<long>(weights.size() - 1) / 2;
+  const long taps = static_cast<long>(weights.size());
+  const long half = (taps - 1) / 2;
   const long last = bands - 1;
-  const arma::uword plane = data.n_rows * data.n_cols;
   const long ring_size = half + 1;
-  std::vector<matrix> ring(ring_size, matrix(data.n_rows, data.n_cols, arma::fill::none));
-  // The original of band i lives in ring slot i % ring_size while it is needed.
-  std::vector<const float*> sources(weights.size());
-  for (long b = 0; b < bands; ++b) {
-    ring[b % ring_size] = data.slice(b);  // keep band b's original before it is overwritten
-    for (std::size_t j = 0; j < weights.size(); ++j) {
-      const long i = clamped(b - half + static_cast<long>(j), last);
-      // Bands at or before b are in the ring; bands after b are still untouched in the cube.
-      sources[j] = i <= b ? ring[i % ring_size].memptr() : data.slice_memptr(i);
-    }
-    float* out = data.slice_memptr(b);
-#pragma omp parallel for schedule(static)
-    for (long p = 0; p < static_cast<long>(plane); ++p) {
-      float sum = 0.0f;
-      for (std::size_t j = 0; j < weights.size(); ++j) {
-        sum += weights[j] * sources[j][p];
+  constexpr long block = 2048;
+#pragma omp parallel
+  {
+    std::vector<float> ring(static_cast<std::size_t>(ring_size * block));
+    std::vector<float> sum(block);
+    std::vector<const float*> sources(taps);
+#pragma omp for schedule(static)
+    for (long start = 0; start < plane; start += block) {
+      const long n = std::min(block, plane - start);
+      for (long b = 0; b < bands; ++b) {
+        float* out = data.slice_memptr(b) + start;
+        std::copy(out, out + n, ring.data() + (b % ring_size) * block);
+        for (long j = 0; j < taps; ++j) {
+          const long i = clamped(b - half + j, last);
+          // Bands at or before b are in the ring; later bands are still untouched.
+          sources[j] =
+              i <= b ? ring.data() + (i % ring_size) * block : data.slice_memptr(i) + start;
+        }
+        std::fill(sum.begin(), sum.begin() + n, 0.0f);
+        for (long j = 0; j < taps; ++j) {
+          const float weight = weights[j];
+          const float* source = sources[j];
+          for (long p = 0; p < n; ++p) {
+            sum[p] += weight * source[p];
+          }
+        }
+        for (long p = 0; p < n; ++p) {
+          out[p] = sum[p] / normaliser;
+        }
       }
-      out[p] = sum / normaliser;
     }
   }
 }
