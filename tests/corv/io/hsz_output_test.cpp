@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <iterator>
 
 #include "corv/io/hsz_record.h"
 #include "corv/io/logger.h"
