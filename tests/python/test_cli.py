@@ -88,7 +88,7 @@ def test_usage_errors_exit_2_and_touch_nothing(run_corv, sample_header, tmp_path
          "corv convert: option --data-type needs a value"),
         (["convert", sample_header, tmp_path / "out.tif"],
          f"corv convert: cannot tell the output format of '{tmp_path / 'out.tif'}': "
-         "end it in .fla, .raw, .dat, .img or .hdr"),
+         "end it in .hsz, .fla, .raw, .dat, .img or .hdr, or use --components"),
         # A usage mistake is reported before the input is even opened.
         (["convert", tmp_path / "missing.hdr", out, "--data-type", "5"],
          "corv convert: --data-type must be 1, 2, 4 or 12"),
