@@ -29,41 +29,48 @@ nnls_solver::nnls_solver(arma::uword max_variables)
 
 bool nnls_solver::solve_passive(const double* gram, arma::uword stride, const double* correlation) {
   const arma::uword m = passive_.size();
-  double* L = factor_.data();  // lower triangle, column major, m x m
-  for (arma::uword j = 0; j < m; ++j) {
+  const arma::uword ld = work_.size();  // the factor's rows and columns are max_variables apart
+  // Lower triangle, column major, with the inverse of each diagonal entry on
+  // the diagonal. Cholesky rows, and the forward substitution's values, depend
+  // only on the rows above them: those of variables that kept their places are
+  // still valid, only the rest are computed.
+  double* L = factor_.data();
+  const arma::uword first = factored_;
+  for (arma::uword j = first; j < m; ++j) {
     const arma::uword pj = passive_[j];
+    for (arma::uword k = 0; k < j; ++k) {
+      double t = gram[pj + passive_[k] * stride];
+      for (arma::uword i = 0; i < k; ++i) {
+        t -= L[j + i * ld] * L[k + i * ld];
+      }
+      L[j + k * ld] = t * L[k + k * ld];
+    }
     const double diagonal = gram[pj + pj * stride];
     double s = diagonal;
-    for (arma::uword k = 0; k < j; ++k) {
-      s -= L[j + k * m] * L[j + k * m];
+    for (arma::uword i = 0; i < j; ++i) {
+      s -= L[j + i * ld] * L[j + i * ld];
     }
     if (!(s > dependence_share * diagonal)) {
+      factored_ = j;
       return false;
     }
-    const double pivot = std::sqrt(s);
-    L[j + j * m] = pivot;
-    for (arma::uword i = j + 1; i < m; ++i) {
-      double t = gram[passive_[i] + pj * stride];
-      for (arma::uword k = 0; k < j; ++k) {
-        t -= L[i + k * m] * L[j + k * m];
-      }
-      L[i + j * m] = t / pivot;
-    }
+    L[j + j * ld] = 1.0 / std::sqrt(s);
   }
-  // L y = c_P, then L' z = y.
-  for (arma::uword i = 0; i < m; ++i) {
+  factored_ = m;
+  // L y = c_P (y in work_), then L' z = y.
+  for (arma::uword i = first; i < m; ++i) {
     double t = correlation[passive_[i]];
     for (arma::uword k = 0; k < i; ++k) {
-      t -= L[i + k * m] * work_[k];
+      t -= L[i + k * ld] * work_[k];
     }
-    work_[i] = t / L[i + i * m];
+    work_[i] = t * L[i + i * ld];
   }
   for (arma::uword i = m; i-- > 0;) {
     double t = work_[i];
     for (arma::uword k = i + 1; k < m; ++k) {
-      t -= L[k + i * m] * z_[k];
+      t -= L[k + i * ld] * z_[k];
     }
-    z_[i] = t / L[i + i * m];
+    z_[i] = t * L[i + i * ld];
   }
   return true;
 }
@@ -74,6 +81,7 @@ void nnls_solver::solve(const double* gram, arma::uword stride, const double* co
   std::fill(is_passive_.begin(), is_passive_.begin() + n, 0);
   std::fill(refused_.begin(), refused_.begin() + n, 0);
   passive_.clear();
+  factored_ = 0;
 
   const arma::uword max_solves = 3 * n;
   arma::uword solves = 0;
@@ -119,6 +127,7 @@ void nnls_solver::solve(const double* gram, arma::uword stride, const double* co
         // or rounding points its solution the wrong way. It waits until x moves.
         const arma::uword last = passive_.back();
         passive_.pop_back();
+        factored_ = std::min<arma::uword>(factored_, passive_.size());
         is_passive_[last] = 0;
         x[last] = 0.0;
         refused_[last] = 1;
@@ -162,6 +171,7 @@ void nnls_solver::solve(const double* gram, arma::uword stride, const double* co
         } else {
           x[j] = 0.0;
           is_passive_[j] = 0;
+          factored_ = std::min(factored_, kept);
         }
       }
       passive_.resize(kept);

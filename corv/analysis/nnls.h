@@ -34,14 +34,16 @@ class nnls_solver {
              double b_squared, double* x);
 
  private:
-  // Solves the normal equations over the passive variables into z; false when
-  // the last passive variable's column depends on the others.
+  // Solves the normal equations over the passive variables into z, keeping the
+  // Cholesky factor rows that are still valid; false when a passive column
+  // depends on those before it.
   bool solve_passive(const double* gram, arma::uword stride, const double* correlation);
 
   std::vector<double> z_;
   std::vector<double> factor_;
   std::vector<double> work_;
   std::vector<arma::uword> passive_;  // passive variables in the order they entered
+  arma::uword factored_ = 0;          // leading passive variables whose factor rows hold
   std::vector<char> is_passive_;
   std::vector<char> refused_;
 };

@@ -124,21 +124,30 @@ void svm(const cube& I, const vector& wavelengths, const matrix& spectra,
 
   for_each_row_block(rows, tile, [&](arma::uword first, arma::uword end) {
     std::vector<double> coordinates(dimensions * tile), decisions(pairs * tile);
-    std::vector<int> votes(classes);
+    std::vector<int> votes(classes * tile);  // class a's votes for pixel p at a * tile + p
     for (arma::uword c = 0; c < cols; ++c) {
       products.compute(tile_at(image, first, end, c), coordinates.data(), nullptr);
       tile_weighted_sums(coordinates.data(), dimensions, weights.memptr(), pairs, decisions.data());
-      for (arma::uword p = 0; p < end - first; ++p) {
-        std::fill(votes.begin(), votes.end(), 0);
-        arma::uword d = 0;
-        for (arma::uword a = 0; a < classes; ++a) {
-          for (arma::uword b = a + 1; b < classes; ++b, ++d) {
-            ++votes[decisions[d * tile + p] - machine.offsets(d) > 0 ? a : b];
+      // The votes of a whole tile at once, without a branch per vote.
+      std::fill(votes.begin(), votes.end(), 0);
+      arma::uword d = 0;
+      for (arma::uword a = 0; a < classes; ++a) {
+        for (arma::uword b = a + 1; b < classes; ++b, ++d) {
+          const double offset = machine.offsets(d);
+          const double* f = decisions.data() + d * tile;
+          int* for_a = votes.data() + a * tile;
+          int* for_b = votes.data() + b * tile;
+          for (arma::uword p = 0; p < tile; ++p) {
+            const int positive = f[p] - offset > 0 ? 1 : 0;
+            for_a[p] += positive;
+            for_b[p] += 1 - positive;
           }
         }
+      }
+      for (arma::uword p = 0; p < end - first; ++p) {
         arma::uword winner = 0;
         for (arma::uword a = 1; a < classes; ++a) {
-          if (votes[a] > votes[winner]) {
+          if (votes[a * tile + p] > votes[winner * tile + p]) {
             winner = a;
           }
         }

@@ -18,80 +18,86 @@ tile_products::tile_products(const arma::mat& vectors)
 
 namespace {
 
-// Two doubles side by side, as one SSE2 register holds them; GCC and Clang
-// vector types, so that the code stays portable where registers differ.
-typedef double double2 __attribute__((vector_size(16)));
-
-inline double2 load(const double* p) {
-  double2 v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
-}
-
-inline void store(double* p, double2 v) {
-  std::memcpy(p, &v, sizeof v);
-}
-
 static_assert(tile_products::tile == 16, "the sums below cover a tile of 16 pixels");
 
-// sum[p] = sum over b of weights[b] * x[b * 16 + p], p < 16. The 16 sums stay
-// in eight registers across the bands; compilers left to themselves vectorise
-// over the bands instead and spill.
-inline void weighted_sum(const double* x, const double* weights, arma::uword bands, double* sum) {
-  double2 a0 = {0, 0}, a1 = a0, a2 = a0, a3 = a0, a4 = a0, a5 = a0, a6 = a0, a7 = a0;
+// sum[p] = sum over b of weights[b] * x[b * 16 + p] (for squares: of
+// x[b * 16 + p] squared), p < 16, in vectors of type V (GCC and Clang vector
+// types). The 16 sums stay in registers across the bands; compilers left to
+// themselves vectorise over the bands instead and spill.
+template <typename V, bool squares>
+inline __attribute__((always_inline)) void tile_sum(const double* x, const double* weights,
+                                                    arma::uword bands, double* sum) {
+  constexpr int lanes = sizeof(V) / sizeof(double);
+  constexpr int count = 16 / lanes;
+  V acc[count] = {};
   for (arma::uword b = 0; b < bands; ++b) {
-    const double2 w = {weights[b], weights[b]};
     const double* xb = x + b * 16;
-    a0 += load(xb) * w;
-    a1 += load(xb + 2) * w;
-    a2 += load(xb + 4) * w;
-    a3 += load(xb + 6) * w;
-    a4 += load(xb + 8) * w;
-    a5 += load(xb + 10) * w;
-    a6 += load(xb + 12) * w;
-    a7 += load(xb + 14) * w;
+    for (int i = 0; i < count; ++i) {
+      V v;
+      std::memcpy(&v, xb + i * lanes, sizeof v);
+      if (squares) {
+        acc[i] += v * v;
+      } else {
+        acc[i] += v * weights[b];
+      }
+    }
   }
-  store(sum, a0);
-  store(sum + 2, a1);
-  store(sum + 4, a2);
-  store(sum + 6, a3);
-  store(sum + 8, a4);
-  store(sum + 10, a5);
-  store(sum + 12, a6);
-  store(sum + 14, a7);
+  for (int i = 0; i < count; ++i) {
+    std::memcpy(sum + i * lanes, &acc[i], sizeof(V));
+  }
 }
 
-// sum[p] = sum over b of x[b * 16 + p] squared.
-inline void sum_of_squares(const double* x, arma::uword bands, double* sum) {
-  double2 a0 = {0, 0}, a1 = a0, a2 = a0, a3 = a0, a4 = a0, a5 = a0, a6 = a0, a7 = a0;
-  for (arma::uword b = 0; b < bands; ++b) {
-    const double* xb = x + b * 16;
-    double2 v = load(xb);
-    a0 += v * v;
-    v = load(xb + 2);
-    a1 += v * v;
-    v = load(xb + 4);
-    a2 += v * v;
-    v = load(xb + 6);
-    a3 += v * v;
-    v = load(xb + 8);
-    a4 += v * v;
-    v = load(xb + 10);
-    a5 += v * v;
-    v = load(xb + 12);
-    a6 += v * v;
-    v = load(xb + 14);
-    a7 += v * v;
+// out[i * 16 + p] for i < count: the weighted sums of vector i; for squares,
+// the one sum of squares instead.
+using tile_sums_function = void (*)(const double*, arma::uword, const double*, arma::uword, double*,
+                                    bool);
+
+// Two doubles to a register: every x86-64 processor, and most others.
+typedef double double2 __attribute__((vector_size(16)));
+
+void tile_sums_baseline(const double* values, arma::uword length, const double* weights,
+                        arma::uword count, double* out, bool squares) {
+  if (squares) {
+    tile_sum<double2, true>(values, nullptr, length, out);
+    return;
   }
-  store(sum, a0);
-  store(sum + 2, a1);
-  store(sum + 4, a2);
-  store(sum + 6, a3);
-  store(sum + 8, a4);
-  store(sum + 10, a5);
-  store(sum + 12, a6);
-  store(sum + 14, a7);
+  for (arma::uword i = 0; i < count; ++i) {
+    tile_sum<double2, false>(values, weights + i * length, length, out + i * 16);
+  }
 }
+
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+// Four doubles to a register and a multiply-add in one step, for processors
+// with AVX and FMA; the library itself is built for the common baseline, so
+// this version is compiled for them alone and chosen when the library loads.
+typedef double double4 __attribute__((vector_size(32)));
+
+__attribute__((target("avx,fma"))) void tile_sums_fma(const double* values, arma::uword length,
+                                                      const double* weights, arma::uword count,
+                                                      double* out, bool squares) {
+  if (squares) {
+    tile_sum<double4, true>(values, nullptr, length, out);
+    return;
+  }
+  for (arma::uword i = 0; i < count; ++i) {
+    tile_sum<double4, false>(values, weights + i * length, length, out + i * 16);
+  }
+}
+
+tile_sums_function chosen_tile_sums() {
+  __builtin_cpu_init();
+  if (__builtin_cpu_supports("avx") && __builtin_cpu_supports("fma")) {
+    return tile_sums_fma;
+  }
+  return tile_sums_baseline;
+}
+#else
+tile_sums_function chosen_tile_sums() {
+  return tile_sums_baseline;
+}
+#endif
+
+const tile_sums_function tile_sums = chosen_tile_sums();
 
 }  // namespace
 
@@ -113,16 +119,14 @@ void tile_products::compute(const pixel_tile& pixels, double* products, double* 
     }
   }
   if (squares != nullptr) {
-    sum_of_squares(x.data(), bands_, squares);
+    tile_sums(x.data(), bands_, nullptr, 1, squares, true);
   }
   tile_weighted_sums(x.data(), bands_, by_vector_.data(), count_, products);
 }
 
 void tile_weighted_sums(const double* values, arma::uword length, const double* weights,
                         arma::uword count, double* out) {
-  for (arma::uword i = 0; i < count; ++i) {
-    weighted_sum(values, weights + i * length, length, out + i * tile_products::tile);
-  }
+  tile_sums(values, length, weights, count, out, false);
 }
 
 std::vector<double>& tile_products::workspace() {
