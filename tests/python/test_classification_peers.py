@@ -83,6 +83,12 @@ def test_sam_matches_spectral_angles_on_random_data():
     np.testing.assert_allclose(values, expected_values[:, :, :5], atol=ANGLE_TOLERANCE_DEGREES)
     np.testing.assert_array_equal(indexes, expected_indexes[:, :, :5])
 
+    # The image in the module's own (Fortran) order, and as float64: the same results.
+    for same in (np.asfortranarray(I), I.astype(np.float64)):
+        other_values, other_indexes = corv.sam(same, waves_for(40), references, None, 5)
+        np.testing.assert_array_equal(other_values, values)
+        np.testing.assert_array_equal(other_indexes, indexes)
+
 
 def test_sam_matches_spectral_angles_on_real_spectra(real_scene):
     pixels, references = real_scene["pixels"], real_scene["references"]
