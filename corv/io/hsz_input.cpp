@@ -1,10 +1,10 @@
 #include "corv/io/hsz_input.h"
 
 #include <algorithm>
-#include <array>
 #include <stdexcept>
 #include <utility>
 
+#include "corv/analysis/nurbs.h"
 #include "corv/io/huge_pages.h"
 
 namespace corv {
@@ -44,7 +44,8 @@ cube zero_based_cube(const quantised::index_block& indexes) {
 
 }  // namespace
 
-hsz_input::hsz_input(const std::string& file_name, bool hold) : file_name_(file_name), hold_(hold) {
+hsz_input::hsz_input(const std::string& file_name, bool hold, int nurbs_degree)
+    : file_name_(file_name), hold_(hold), nurbs_degree_(nurbs_degree) {
   bool read = false;
   try {
     read = record_.load(file_name);
@@ -55,19 +56,16 @@ hsz_input::hsz_input(const std::string& file_name, bool hold) : file_name_(file_
     throw std::runtime_error("Error reading in HSZ file.");
   }
   const hsz_header& header = record_.header;
-  const std::array<std::pair<const char*, const std::string*>, 3> encodings = {{
-      {"EncodingK", &header.encoding_k},
-      {"EncodingL", &header.encoding_l},
-      {"EncodingS", &header.encoding_s},
-  }};
-  for (const auto& [name, encoding] : encodings) {
-    if (*encoding == "NURBS") {
-      refuse("NURBS encoded spectra are not supported (" + std::string(name) + "): " + file_name);
-    }
-  }
   height_ = static_cast<std::uint32_t>(header.lines);
   width_ = static_cast<std::uint32_t>(header.samples);
   bands_ = static_cast<std::uint32_t>(header.bands);
+}
+
+void hsz_input::set_nurbs_degree(int degree) {
+  nurbs_degree_ = degree;
+  // What was composed with curves of another degree no longer holds.
+  held_I_.reset();
+  held_s_.reset();
 }
 
 void hsz_input::set_hold(bool hold) {
@@ -108,6 +106,76 @@ void hsz_input::check_elements(const quantised::value_block& elements,
   }
 }
 
+std::vector<double> hsz_input::curve_spectra(const hsz_part& part, std::int32_t stored_degree,
+                                             const std::string& name, std::size_t& count) const {
+  if (part.element_knots.empty() || part.element_cp.empty()) {
+    refuse(name + "->NURBS Knots or Control Points contain no data.");
+  }
+  const std::int32_t wanted = stored_degree >= 0 ? stored_degree : nurbs_degree_;
+  const std::size_t degree = wanted < 2 ? 2 : static_cast<std::size_t>(wanted);
+  const std::size_t controls = part.element_cp.rows();
+  count = part.element_cp.cols();
+  const std::size_t knots = controls + degree + 1;
+  if (part.element_cp.slices() != 1 || part.element_knots.cols() != 1 ||
+      part.element_knots.slices() != 1 || part.element_knots.rows() != knots + count * controls) {
+    refuse("Data size mismatch: " + name +
+           "->NURBS Knots and Control Points do not fit curves of degree " +
+           std::to_string(degree) + ".");
+  }
+  const std::vector<double>& stored_waves = record_.header.wavelengths;
+  if (stored_waves.size() != bands_ || bands_ < 2) {
+    refuse("Data size mismatch: HDR->wavelength contains incorrect number of bands.");
+  }
+  // The 16-bit storage moves every number by up to a step of its array's
+  // range: the clamped ends are put back exactly and the interior kept inside
+  // them, in order.
+  const std::vector<double>& stored = part.element_knots.values();
+  vector knot_vector(knots);
+  for (std::size_t i = 0; i < knots; ++i) {
+    float knot = 0.0f;
+    if (i + degree + 1 >= knots) {
+      knot = 1.0f;
+    } else if (i > degree) {
+      knot = std::min(std::max(static_cast<float>(stored[i]), 1e-7f), 1.0f - 1e-7f);
+      knot = std::max(knot, knot_vector(i - 1));
+    }
+    knot_vector(i) = knot;
+  }
+  const double first = stored_waves.front();
+  const double span = stored_waves.back() - first;
+  nurbs_control_points points;
+  points.wavelengths.set_size(1, count, controls);
+  points.values.set_size(1, count, controls);
+  const std::vector<double>& values = part.element_cp.values();
+  for (std::size_t j = 0; j < count; ++j) {
+    for (std::size_t i = 0; i < controls; ++i) {
+      points.wavelengths(0, j, i) =
+          static_cast<float>(first + span * stored[knots + j * controls + i]);
+      points.values(0, j, i) = static_cast<float>(values[j * controls + i]);
+    }
+  }
+  const cube read = nurbs_evaluate(knot_vector, points, static_cast<std::uint32_t>(degree),
+                                   arma::conv_to<vector>::from(stored_waves));
+  std::vector<double> spectra(bands_ * count);
+  for (std::size_t j = 0; j < count; ++j) {
+    for (std::size_t b = 0; b < bands_; ++b) {
+      spectra[j * bands_ + b] = read(0, j, b);
+    }
+  }
+  return spectra;
+}
+
+std::vector<double> hsz_input::element_spectra(const hsz_part& part, const std::string& encoding,
+                                               std::int32_t stored_degree, const std::string& name,
+                                               std::size_t& count) const {
+  if (encoding == "NURBS") {
+    return curve_spectra(part, stored_degree, name, count);
+  }
+  check_elements(part.elements, name);
+  count = part.elements.cols();
+  return part.elements.values();
+}
+
 vector hsz_input::wavelengths() {
   const std::vector<double>& stored = record_.header.wavelengths;
   if (stored.size() != bands_) {
@@ -117,9 +185,14 @@ vector hsz_input::wavelengths() {
 }
 
 vector hsz_input::illuminant() {
-  const quantised::value_block& elements = record_.l.elements;
-  check_elements(elements, "L");
-  return to_matrix(elements).col(0);
+  const hsz_header& header = record_.header;
+  std::size_t count = 0;
+  const std::vector<double> spectra =
+      element_spectra(record_.l, header.encoding_l, header.degree_nurbs_l, "L", count);
+  vector light(bands_);
+  std::transform(spectra.begin(), spectra.begin() + bands_, light.begin(),
+                 [](double x) { return static_cast<float>(x); });
+  return light;
 }
 
 matrix hsz_input::k() {
@@ -128,7 +201,10 @@ matrix hsz_input::k() {
   check_pixels(part.factor, 1, "K->Factor");
   check_pixels(part.element_abundances, elements, "K->Element Abundances");
   check_pixels(part.element_abundance_indexes, elements, "K->Element Abundance Indexes");
-  if (part.elements.rows() != bands_) {
+  if (record_.header.encoding_k == "NURBS") {
+    std::size_t count = 0;
+    curve_spectra(part, record_.header.degree_nurbs_k, "K", count);
+  } else if (part.elements.rows() != bands_) {
     refuse("Data size mismatch: K->Elements contains incorrect number of bands.");
   }
   return to_matrix(part.factor);
@@ -140,8 +216,14 @@ matrix hsz_input::g() {
 }
 
 matrix hsz_input::elements() {
-  check_elements(record_.s.elements, "S");
-  return to_matrix(record_.s.elements);
+  const hsz_header& header = record_.header;
+  std::size_t count = 0;
+  const std::vector<double> spectra =
+      element_spectra(record_.s, header.encoding_s, header.degree_nurbs_s, "S", count);
+  matrix out(bands_, count);
+  std::transform(spectra.begin(), spectra.end(), out.begin(),
+                 [](double x) { return static_cast<float>(x); });
+  return out;
 }
 
 cube hsz_input::element_abundances() {
@@ -189,9 +271,10 @@ cube hsz_input::compose_s() const {
   const auto count = static_cast<std::uint32_t>(record_.header.num_elements_s);
   check_pixels(part.element_abundance_indexes, count, "S->Element Abundances Indexes");
   check_pixels(part.element_abundances, count, "S->Element Abundances");
-  check_elements(part.elements, "S");
+  std::size_t elements = 0;
+  const std::vector<double> element_values = element_spectra(
+      part, record_.header.encoding_s, record_.header.degree_nurbs_s, "S", elements);
 
-  const std::size_t elements = part.elements.cols();
   for (const std::int32_t index : part.element_abundance_indexes.values()) {
     if (index < 1 || static_cast<std::size_t>(index) > elements) {
       refuse("S->Element Abundances Indexes refers to element " + std::to_string(index) +
@@ -204,7 +287,7 @@ cube hsz_input::compose_s() const {
   const std::size_t pixels = rows * width_;
   const double* abundances = part.element_abundances.values().data();
   const std::int32_t* indexes = part.element_abundance_indexes.values().data();
-  const double* spectra = part.elements.values().data();
+  const double* spectra = element_values.data();
   // No huge pages for the cube, unlike the arrays it is made from: at this size
   // (a 1024 x 1024 x 128 cube is 512 MiB) their first touch in a fresh process
   // cost twice the time of ordinary pages, as the kernel compacts memory for them.

@@ -14,14 +14,18 @@ namespace corv {
 //   s(r, c, b) = sum over j of S abundance(r, c, j) x element[S index(r, c, j) - 1](b)
 //   I(:, :, b) = L(b) x (g % s(:, :, b) + k)
 // Element and endmember indexes are 1-based in the file and 0-based here.
+// A part whose encoding is "NURBS" stores its element spectra as curves
+// (ElementKnots and ElementCP, laid out as hsz_output writes them); they are
+// read back at the header's wavelengths (nurbs_evaluate). The curves' degree is
+// the header's "degreeNURBSK", "degreeNURBSL" or "degreeNURBSS" when the file
+// carries it, else the NURBS degree this input was given (the pipeline's), a
+// degree below 2 counting as 2 as for the encoder.
 class hsz_input : public input {
  public:
-  // Throws "Error constructing HSZ: <reason>" when the file is refused, "Error
-  // reading in HSZ file." when HDF5 fails to read it, and "hsz_input: NURBS
-  // encoded spectra are not supported (Encoding<part>): <name>" for a file whose
-  // spectra are stored as NURBS curves. With hold set, I and s are composed once
-  // and kept.
-  explicit hsz_input(const std::string& file_name, bool hold = false);
+  // Throws "Error constructing HSZ: <reason>" when the file is refused and
+  // "Error reading in HSZ file." when HDF5 fails to read it. With hold set, I
+  // and s are composed once and kept.
+  explicit hsz_input(const std::string& file_name, bool hold = false, int nurbs_degree = 2);
 
   cube I() override;
   cube_ptr I_ptr() override;
@@ -43,6 +47,8 @@ class hsz_input : public input {
 
   bool hold() const { return hold_; }
   void set_hold(bool hold);
+  int nurbs_degree() const { return nurbs_degree_; }
+  void set_nurbs_degree(int degree);
   const std::string& file_name() const { return file_name_; }
   const hsz_record& record() const { return record_; }
 
@@ -52,6 +58,13 @@ class hsz_input : public input {
   void check_pixels(const quantised::index_block& indexes, std::uint32_t slices,
                     const std::string& name) const;
   void check_elements(const quantised::value_block& elements, const std::string& part) const;
+  // The element spectra of a part (bands x elements, column-major): as stored,
+  // or rebuilt from its curves when its encoding is "NURBS".
+  std::vector<double> element_spectra(const hsz_part& part, const std::string& encoding,
+                                      std::int32_t stored_degree, const std::string& name,
+                                      std::size_t& count) const;
+  std::vector<double> curve_spectra(const hsz_part& part, std::int32_t stored_degree,
+                                    const std::string& name, std::size_t& count) const;
   cube compose_s() const;
   cube compose_I();
   cube_ptr held_s();
@@ -60,6 +73,7 @@ class hsz_input : public input {
   std::string file_name_;
   hsz_record record_;
   bool hold_ = false;
+  int nurbs_degree_ = 2;
   cube_ptr held_I_;
   cube_ptr held_s_;
 };

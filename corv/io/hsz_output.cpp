@@ -4,6 +4,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "corv/analysis/nurbs.h"
 #include "corv/io/hsz_record.h"
 #include "corv/io/huge_pages.h"
 #include "corv/io/logger.h"
@@ -76,13 +77,52 @@ T take(Get get, const std::string& log_line, const std::string& thrown_text) {
   }
 }
 
-hsz_record record_of(pipeline& source) {
-  // NURBS encoding of the spectra is not available yet: whatever the pipeline's
-  // settings ask for, spectra are stored as they are ("RAW").
-  if (source.parameters().nurbs_encoding) {
-    logger::instance() << "hsz_output: NURBS encoding is not available, storing spectra as RAW."
-                       << "EOL";
+// Stores spectra (one per column) as curves on one knot vector, with the
+// pipeline's NURBS settings passed on unchanged (the encoder applies its own
+// rules to them):
+//   ElementKnots: one column holding the knot vector, then for each spectrum
+//     the wavelengths of its control points, mapped from the first..last band
+//     wavelength onto 0..1. Knots and these wavelengths share that range, so
+//     the array's 16-bit quantisation serves both, and the spectra's values
+//     (which may span anything) stay out of it.
+//   ElementCP: the values of the control points, one column per spectrum.
+// The file does not record the degree (no "degreeNURBS" key): a reader needs
+// the pipeline's degree; the array sizes must fit it.
+void encode_curves(const matrix& spectra, const vector& wavelengths, const parameters& settings,
+                   hsz_part& part) {
+  const arma::uword bands = spectra.n_rows, count = spectra.n_cols;
+  cube curves(1, count, bands);
+  for (arma::uword j = 0; j < count; ++j) {
+    for (arma::uword b = 0; b < bands; ++b) {
+      curves(0, j, b) = spectra(b, j);
+    }
   }
+  vector knots;
+  nurbs_control_points points;
+  generate_nurbs(curves, cube(0, 0, bands), wavelengths, knots, points,
+                 static_cast<std::uint32_t>(settings.nurbs_degree),
+                 static_cast<std::uint32_t>(settings.nurbs_knots_threshold), settings.nurbs_alpha,
+                 settings.nurbs_max_iterations, settings.verbosity);
+  const arma::uword controls = points.values.n_slices;
+  const double first = wavelengths(0);
+  const double span = double(wavelengths(bands - 1)) - first;
+  std::vector<double> knot_column(knots.begin(), knots.end());
+  std::vector<double> values(controls * count);
+  for (arma::uword j = 0; j < count; ++j) {
+    for (arma::uword i = 0; i < controls; ++i) {
+      knot_column.push_back((double(points.wavelengths(0, j, i)) - first) / span);
+      values[j * controls + i] = points.values(0, j, i);
+    }
+  }
+  const auto rows = static_cast<std::uint32_t>(knot_column.size());
+  part.element_knots = value_block({rows, 1, 1}, std::move(knot_column));
+  part.element_cp =
+      value_block({static_cast<std::uint32_t>(controls), static_cast<std::uint32_t>(count), 1},
+                  std::move(values));
+}
+
+hsz_record record_of(pipeline& source) {
+  const parameters& settings = source.parameters();
   const vector wavelengths =
       take<vector>([&] { return source.wavelengths(); }, "HSZ Out: Error reading Wavelengths.",
                    "Error retrieving wavelengths.");
@@ -122,28 +162,37 @@ hsz_record record_of(pipeline& source) {
   header.description = "Corvantis HSZ";
   header.method = "Dichromatic";
   header.encoding_k = "RAW";
-  header.encoding_l = "RAW";
-  header.encoding_s = "RAW";
+  header.encoding_l = settings.nurbs_encoding ? "NURBS" : "RAW";
+  header.encoding_s = settings.nurbs_encoding ? "NURBS" : "RAW";
   header.datatype = 12;
   header.wavelengths.assign(wavelengths.begin(), wavelengths.end());
 
   // L: the illuminant as the single element of every pixel.
-  record.l.elements = values_of(matrix(illuminant));
+  if (settings.nurbs_encoding) {
+    encode_curves(matrix(illuminant), wavelengths, settings, record.l);
+  } else {
+    record.l.elements = values_of(matrix(illuminant));
+  }
   single_element(record.l, height, width);
   header.indexed_l = 1;
   header.num_elements_l = 1;
 
-  // K: k scales the illuminant's own spectrum in every pixel.
+  // K: k scales the illuminant's own spectrum in every pixel, which K keeps as
+  // it is (its encoding stays "RAW").
   header.num_elements_k = 1;
   header.indexed_k = 1;
   record.k.factor = values_of(k);
-  record.k.elements = record.l.elements;
+  record.k.elements = values_of(matrix(illuminant));
   single_element(record.k, height, width);
 
   // S: the material elements mixed per pixel, scaled by g. numElementsS counts
   // the elements that each pixel mixes, the depth of the abundance arrays.
   header.indexed_s = 1;
-  record.s.elements = values_of(elements);
+  if (settings.nurbs_encoding) {
+    encode_curves(elements, wavelengths, settings, record.s);
+  } else {
+    record.s.elements = values_of(elements);
+  }
   record.s.factor = values_of(g);
   record.s.element_abundances = values_of(abundances);
   record.s.element_abundance_indexes = one_based(indexes, "S->Element Abundances Indexes");

@@ -12,6 +12,12 @@ namespace corv {
 // their per-pixel abundances and the shading g; with a spectral library attached,
 // also its spectra, labels and the endmember abundances. The pipeline must hold
 // its material components (run material discovery first).
+// With the pipeline's NURBS encoding on, the spectra of L and S are stored as
+// curves on one knot vector per part (generate_nurbs with the pipeline's NURBS
+// settings): EncodingL and EncodingS are "NURBS", Elements stays empty, and
+// ElementKnots and ElementCP hold the curves (see encode_curves in the source
+// for the layout). The curve degree is not recorded, so a reader needs the
+// pipeline's degree. K keeps the illuminant as it is.
 class hsz_output : public output {
  public:
   void write(pipeline& source, const std::string& file_name) override;

@@ -42,8 +42,9 @@ const std::array<std::pair<const char*, number_field>, 20> number_keys = {{
     {"samples", &hsz_header::samples},
 }};
 
-// Numbers that files may carry but this writer leaves out.
-const std::array<std::pair<const char*, number_field>, 3> read_only_number_keys = {{
+// Numbers that files may carry: the NURBS curve degree of each part. Written
+// only when set (not -1), which hsz_output never does.
+const std::array<std::pair<const char*, number_field>, 3> optional_number_keys = {{
     {"degreeNURBSK", &hsz_header::degree_nurbs_k},
     {"degreeNURBSL", &hsz_header::degree_nurbs_l},
     {"degreeNURBSS", &hsz_header::degree_nurbs_s},
@@ -104,6 +105,11 @@ void write_header(hdf5_group& root, const hsz_header& header, int level) {
   for (const auto& [name, field] : number_keys) {
     quantised::write_scalar(group, name, header.*field, level);
   }
+  for (const auto& [name, field] : optional_number_keys) {
+    if (header.*field != -1) {
+      quantised::write_scalar(group, name, header.*field, level);
+    }
+  }
   quantised::write_vector(group, "wavelength", header.wavelengths, level);
 }
 
@@ -144,7 +150,7 @@ void read_header(const hdf5_group& group, hsz_header& header) {
     }
     const auto* key = find_key(number_keys, name);
     if (key == nullptr) {
-      key = find_key(read_only_number_keys, name);
+      key = find_key(optional_number_keys, name);
     }
     if (key == nullptr) {
       throw std::runtime_error("Unknown HDR parameter: " + name);

@@ -42,8 +42,8 @@ struct hsz_header {
   std::string encoding_k;
   std::string encoding_l;
   std::string encoding_s;
-  // NURBS curve degrees, read when a file carries them ("degreeNURBSK", ...);
-  // never written. -1 when absent.
+  // NURBS curve degrees ("degreeNURBSK", ...), -1 when the file does not carry
+  // them; written only when set, which hsz_output never does.
   std::int32_t degree_nurbs_k = -1;
   std::int32_t degree_nurbs_l = -1;
   std::int32_t degree_nurbs_s = -1;
