@@ -270,3 +270,55 @@ def test_a_header_number_keeps_its_low_16_bits(tmp_path, logger):
             4464, 70000.0, 70000.0)
         assert f["S/Factor/DATA"].shape == (lines, 1)
     assert corv.hsz_input(str(name)).height == 4464
+
+
+def test_nurbs_encoded_parts_as_h5py_reads_them(tmp_path, logger):
+    parts = scene()
+    _, image = pipeline_of(parts)
+    image.set_nurbs_encoding(True)
+    image.set_nurbs_alpha(0.02)
+    name = tmp_path / "curves.hsz"
+    corv.hsz_output().write(image, str(name))
+    assert logger.entries()[-1][1] == f"hsz_output: Saved {name}"
+    wavelengths = parts["wavelengths"].astype(np.float64)
+    curves = {}
+    with h5py.File(name, "r") as f:
+        hdr = f["HDR"]
+        for key, value in [("EncodingK", "RAW"), ("EncodingL", "NURBS"), ("EncodingS", "NURBS")]:
+            assert_fixed_string(hdr.attrs, key, value)
+        # The degree is not written.
+        assert sorted(hdr.keys()) == sorted(HEADER_NUMBERS + ["wavelength"])
+        assert_quantised_group(f["L/Elements"], (0, 0, 0))
+        assert_quantised_group(f["S/Elements"], (0, 0, 0))
+        assert_within_one_step(f["K/Elements"], parts["illuminant"][:, None])
+        for part, count in (("L", 1), ("S", ELEMENTS)):
+            cp = dequantised(f[f"{part}/ElementCP"])
+            controls = cp.shape[0]
+            assert cp.shape == (controls, count) and 3 <= controls <= BANDS
+            knots_and_waves = dequantised(f[f"{part}/ElementKnots"])
+            assert knots_and_waves.shape == (controls + 3 + count * controls, 1)
+            knots = knots_and_waves[:controls + 3, 0]
+            step = (f[f"{part}/ElementKnots/MAX"][0] - f[f"{part}/ElementKnots/MIN"][0]) / LEVELS
+            assert np.allclose(knots[:3], 0, atol=step) and np.allclose(knots[-3:], 1, atol=step)
+            # Control point wavelengths, mapped from the first..last band onto 0..1.
+            mapped = knots_and_waves[controls + 3:, 0].reshape(count, controls)
+            assert np.allclose(mapped[:, 0], 0, atol=step)
+            assert np.allclose(mapped[:, -1], 1, atol=step)
+            points = np.empty((1, count, controls, 2), np.float32)
+            points[0, :, :, 0] = wavelengths[0] + (wavelengths[-1] - wavelengths[0]) * mapped
+            points[0, :, :, 1] = cp.T
+            clean = np.clip(knots, 0, 1)
+            clean[:3], clean[-3:] = 0, 1
+            curves[part] = corv.nurbs_evaluate(clean.astype(np.float32), points, 2,
+                                               parts["wavelengths"])[0].T
+
+    source = corv.hsz_input(str(name))
+    # Read back through the library's reader: the curves the file holds, ...
+    assert np.allclose(source.illuminant(), curves["L"][:, 0], atol=1e-5)
+    assert np.allclose(source.elements(), curves["S"], atol=1e-5)
+    # ... within the bound of the spectra written, plus the 16-bit storage.
+    light = parts["illuminant"]
+    assert np.abs(source.illuminant() - light).max() <= 0.02 * np.ptp(light) + 1e-4
+    assert np.abs(source.elements() - parts["elements"]).max() <= (
+        0.02 * np.ptp(parts["elements"]) + 1e-4)
+    assert np.abs(source.s() - parts["s"]).max() <= 0.02 * np.ptp(parts["elements"]) + 1e-4

@@ -121,14 +121,12 @@ TEST_F(hsz_input_test, serves_the_endmembers_of_an_attached_library) {
   EXPECT_TRUE(arma::approx_equal(in.endmember_abundance_indexes(), indexes, "absdiff", 0.0f));
 }
 
-TEST_F(hsz_input_test, construction_refuses_unreadable_and_nurbs_files) {
+TEST_F(hsz_input_test, construction_refuses_unreadable_files) {
   EXPECT_EQ(thrown_text([&] { hsz_input(dir / "none.hsz"); }),
             "Error constructing HSZ: HSZ Read: Invalid file name: " + (dir / "none.hsz"));
   EXPECT_EQ(thrown_text([&] { open_input(dir / "none.hsz"); }),
             "Error constructing HSZ: HSZ Read: Invalid file name: " + (dir / "none.hsz"));
 
-  hsz_record record;
-  ASSERT_TRUE(record.load(write_scene("scene.hsz")));
   {
     hdf5_file file = hdf5_file::create(dir / "extra.hsz");
     file.root().create_group("Thumbnail");
@@ -143,16 +141,127 @@ TEST_F(hsz_input_test, construction_refuses_unreadable_and_nurbs_files) {
   }
   EXPECT_EQ(thrown_text([&] { hsz_input(dir / "broken.hsz"); }), "Error reading in HSZ file.");
 
+  // Parts stored as NURBS curves open; their arrays are judged when read.
+  hsz_record record;
+  ASSERT_TRUE(record.load(write_scene("scene.hsz")));
   for (const char* part : {"K", "L", "S"}) {
     hsz_record nurbs = record;
     nurbs.header.encoding_k = part == std::string("K") ? "NURBS" : "RAW";
     nurbs.header.encoding_l = part == std::string("L") ? "NURBS" : "RAW";
     nurbs.header.encoding_s = part == std::string("S") ? "NURBS" : "RAW";
     ASSERT_TRUE(nurbs.save(dir / "nurbs.hsz", true));
-    EXPECT_EQ(thrown_text([&] { hsz_input(dir / "nurbs.hsz"); }),
-              "hsz_input: NURBS encoded spectra are not supported (Encoding" + std::string(part) +
-                  "): " + (dir / "nurbs.hsz"));
+    EXPECT_EQ(thrown_text([&] { hsz_input(dir / "nurbs.hsz"); }), "") << part;
   }
+}
+
+// The curve x(u) = 400 + 150 u, y(u) = 1 + 2 u: a quadratic without interior
+// knots whose control points lie evenly on a line, stored as hsz_output lays it
+// out (knots, then control point wavelengths mapped onto 0..1; values).
+void store_line(hsz_part& part, std::uint32_t curves) {
+  std::vector<double> knots = {0, 0, 0, 1, 1, 1};
+  std::vector<double> values;
+  for (std::uint32_t j = 0; j < curves; ++j) {
+    knots.insert(knots.end(), {0.0, 0.5, 1.0});
+    values.insert(values.end(), {1.0 + j, 2.0 + j, 3.0 + j});
+  }
+  part.elements = value_block();
+  part.element_knots = value_block({static_cast<std::uint32_t>(knots.size()), 1, 1}, knots);
+  part.element_cp = value_block({3, curves, 1}, values);
+}
+
+TEST_F(hsz_input_test, nurbs_parts_are_read_back_from_their_curves) {
+  hsz_record record;
+  ASSERT_TRUE(record.load(write_scene("scene.hsz")));
+  record.header.encoding_l = "NURBS";
+  store_line(record.l, 1);
+  record.header.encoding_s = "NURBS";
+  store_line(record.s, 3);  // element j: 1 + j + 2 u
+  ASSERT_TRUE(record.save(dir / "line.hsz", true));
+
+  // At 400, 450, 500 and 550 nm, u is 0, 1/3, 2/3 and 1.
+  const vector line = {1.0f, 5.0f / 3.0f, 7.0f / 3.0f, 3.0f};
+  hsz_input in(dir / "line.hsz");
+  EXPECT_EQ(in.nurbs_degree(), 2);
+  expect_close(in.illuminant(), line, "illuminant");
+  const matrix elements = in.elements();
+  ASSERT_EQ(elements.n_cols, 3u);
+  for (arma::uword j = 0; j < 3; ++j) {
+    expect_close(elements.col(j), vector(line + float(j)), "element");
+  }
+  // s and I are composed from the curves.
+  hsz_scene on_line = scene;
+  on_line.illuminant = line;
+  for (arma::uword j = 0; j < 3; ++j) {
+    on_line.elements.col(j) = line + float(j);
+  }
+  expect_close(in.s(), on_line.s(), "s");
+  expect_close(in.I(), on_line.I(), "I", 4 * tolerance);
+  in.set_hold(true);
+  expect_close(*in.s_ptr(), on_line.s(), "held s");
+
+  // Without a degree in the file the degree given is used (below 2 counts as
+  // 2), and the arrays must fit it; a degree in the file comes first.
+  const std::string misfit_l =
+      "hsz_input: Data size mismatch: L->NURBS Knots and Control Points do not fit curves of "
+      "degree 3.";
+  EXPECT_EQ(thrown_text([&] { hsz_input(dir / "line.hsz", false, 3).illuminant(); }), misfit_l);
+  expect_close(hsz_input(dir / "line.hsz", false, 0).illuminant(), line, "degree 0");
+  in.set_nurbs_degree(3);
+  EXPECT_EQ(in.nurbs_degree(), 3);
+  EXPECT_EQ(thrown_text([&] { in.s_ptr(); }),
+            "hsz_input: Data size mismatch: S->NURBS Knots and Control Points do not fit curves "
+            "of degree 3.");
+  record.header.degree_nurbs_l = 2;
+  record.header.degree_nurbs_s = 3;
+  ASSERT_TRUE(record.save(dir / "degrees.hsz", true));
+  hsz_input told(dir / "degrees.hsz", false, 3);
+  expect_close(told.illuminant(), line, "degree from the file");
+  EXPECT_EQ(thrown_text([&] { hsz_input(dir / "degrees.hsz").elements(); }),
+            "hsz_input: Data size mismatch: S->NURBS Knots and Control Points do not fit curves "
+            "of degree 3.");
+
+  // Parts without their curves, or with knots that do not match them.
+  const auto refusal = [&](const std::function<void(hsz_record&)>& change,
+                           const std::function<void(hsz_input&)>& call) {
+    hsz_record changed = record;
+    changed.header.degree_nurbs_s = -1;
+    change(changed);
+    EXPECT_TRUE(changed.save(dir / "changed.hsz", true));
+    hsz_input changed_in(dir / "changed.hsz");
+    return thrown_text([&] { call(changed_in); });
+  };
+  const auto illuminant = [](hsz_input& i) { i.illuminant(); };
+  EXPECT_EQ(refusal([](hsz_record& r) { r.l.element_knots = value_block(); }, illuminant),
+            "hsz_input: L->NURBS Knots or Control Points contain no data.");
+  EXPECT_EQ(
+      refusal([](hsz_record& r) { r.s.element_cp = value_block(); }, [](hsz_input& i) { i.s(); }),
+      "hsz_input: S->NURBS Knots or Control Points contain no data.");
+  EXPECT_EQ(refusal(
+                [](hsz_record& r) {
+                  r.header.encoding_k = "NURBS";
+                  r.k.element_knots = r.l.element_knots;
+                },
+                [](hsz_input& i) { i.k(); }),
+            "hsz_input: K->NURBS Knots or Control Points contain no data.");
+  EXPECT_EQ(refusal(
+                [](hsz_record& r) {
+                  r.header.encoding_k = "NURBS";
+                  store_line(r.k, 1);
+                },
+                [](hsz_input& i) {
+                  EXPECT_EQ(i.k().n_rows, 2u);
+                  i.illuminant();
+                }),
+            "");
+  EXPECT_EQ(refusal([](hsz_record& r) { store_line(r.s, 2); }, [](hsz_input& i) { i.s(); }),
+            "hsz_input: S->Element Abundances Indexes refers to element 3, but S->Elements "
+            "holds 2.");
+  EXPECT_EQ(refusal(
+                [](hsz_record& r) {
+                  r.l.element_knots = value_block({9, 1, 1}, {0, 0, 0, 1, 1, 1, 0.2, 0.5, 1});
+                },
+                illuminant),
+            "nurbs_evaluate: Wavelength 400 lies outside the curves' range 430 - 550.");
 }
 
 TEST_F(hsz_input_test, accessors_check_every_array_against_the_header) {

@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <iterator>
 
+#include "corv/io/hsz_input.h"
 #include "corv/io/hsz_record.h"
 #include "corv/io/logger.h"
 #include "corv/io/spectral_library.h"
@@ -131,14 +133,88 @@ TEST_F(hsz_output_test, replaces_existing_files_through_any_output_pointer) {
   logger::instance().clear_entries();
   const output_ptr out = std::make_shared<hsz_output>();
   image.save(out, dir / "scene.hsz");
-  EXPECT_EQ(log_lines(), (std::vector<std::string>{
-                             "hsz_output: NURBS encoding is not available, storing spectra as RAW.",
-                             "hsz_output: Saved " + (dir / "scene.hsz")}));
+  EXPECT_EQ(log_lines().back(), "hsz_output: Saved " + (dir / "scene.hsz"));
   EXPECT_EQ(files_in(dir), 1u);
   const hsz_record record = written(dir / "scene.hsz");
   expect_close(record.k.factor, matrix(scene.k + 1.0f), "k");
-  EXPECT_EQ(record.header.encoding_l, "RAW");
-  EXPECT_EQ(record.header.encoding_s, "RAW");
+  EXPECT_EQ(record.header.encoding_l, "NURBS");
+  EXPECT_EQ(record.header.encoding_s, "NURBS");
+}
+
+TEST_F(hsz_output_test, nurbs_encoding_stores_the_spectra_of_l_and_s_as_curves) {
+  pipeline image(scene.input());
+  image.set_nurbs_encoding(true);
+  image.set_nurbs_alpha(0.01f);
+  image.set_verbosity(3);
+  hsz_output().write(image, dir / "curves.hsz");
+  const std::vector<std::string> lines = log_lines();
+  EXPECT_EQ(lines.back(), "hsz_output: Saved " + (dir / "curves.hsz"));
+  // Each part is encoded with the pipeline's settings: L first, then S.
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "Generating Nurbs. Parameters~"), 2);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "Alpha:             0.01"), 2);
+
+  const hsz_record record = written(dir / "curves.hsz");
+  const hsz_header& h = record.header;
+  EXPECT_EQ(h.encoding_k, "RAW");
+  EXPECT_EQ(h.encoding_l, "NURBS");
+  EXPECT_EQ(h.encoding_s, "NURBS");
+  EXPECT_EQ(h.degree_nurbs_l, -1);  // the degree is not written
+  EXPECT_EQ(h.num_elements_l, 1);
+  EXPECT_EQ(h.num_elements_s, 2);
+  // L and S keep no spectra, but knots and control points; K keeps the
+  // illuminant as it is.
+  EXPECT_TRUE(record.l.elements.empty());
+  EXPECT_TRUE(record.s.elements.empty());
+  expect_close(record.k.elements, scene.illuminant, "K elements");
+  for (const auto& [part, curves] : {std::pair{&record.l, 1u}, std::pair{&record.s, 3u}}) {
+    const quantised::value_block& knots = part->element_knots;
+    const quantised::value_block& points = part->element_cp;
+    ASSERT_FALSE(points.empty());
+    EXPECT_EQ(points.cols(), curves);
+    EXPECT_EQ(points.slices(), 1u);
+    const std::uint32_t controls = points.rows();
+    EXPECT_GE(controls, 3u);
+    EXPECT_LE(controls, 4u);
+    EXPECT_EQ(knots.shape(), (quantised::block_shape{controls + 3 + curves * controls, 1, 1}));
+    const double step = (knots.max() - knots.min()) / 65535.0;
+    for (std::uint32_t i = 0; i < 3; ++i) {
+      EXPECT_NEAR(knots(i, 0, 0), 0.0, step);
+      EXPECT_NEAR(knots(controls + i, 0, 0), 1.0, step);
+    }
+    // Each curve's control points run from the first band (0) to the last (1).
+    for (std::uint32_t j = 0; j < curves; ++j) {
+      EXPECT_NEAR(knots(controls + 3 + j * controls, 0, 0), 0.0, step);
+      EXPECT_NEAR(knots(controls + 3 + (j + 1) * controls - 1, 0, 0), 1.0, step);
+    }
+  }
+
+  // Read back, the spectra stay within alpha of their range, plus a step of
+  // the 16-bit storage.
+  hsz_input in(dir / "curves.hsz");
+  const vector light = in.illuminant();
+  const float light_bound = 0.01f * (scene.illuminant.max() - scene.illuminant.min()) + 1e-4f;
+  EXPECT_LE(arma::abs(light - scene.illuminant).max(), light_bound);
+  const matrix elements = in.elements();
+  const float element_bound = 0.01f * (scene.elements.max() - scene.elements.min()) + 1e-4f;
+  EXPECT_LE(arma::abs(elements - scene.elements).max(), element_bound);
+  EXPECT_LE(arma::abs(in.s() - scene.s()).max(), element_bound);
+
+  // Another degree is not recorded in the file: the reader must be told.
+  image.set_nurbs_degree(3);
+  hsz_output().write(image, dir / "cubic.hsz");
+  const hsz_record cubic = written(dir / "cubic.hsz");
+  EXPECT_EQ(cubic.l.element_knots.rows(), cubic.l.element_cp.rows() * 2 + 4);
+  EXPECT_EQ(thrown_text([&] { hsz_input(dir / "cubic.hsz").illuminant(); }),
+            "hsz_input: Data size mismatch: L->NURBS Knots and Control Points do not fit curves "
+            "of degree 2.");
+  EXPECT_LE(arma::abs(hsz_input(dir / "cubic.hsz", false, 3).illuminant() - scene.illuminant).max(),
+            light_bound);
+
+  // Too few bands for the degree: nothing is written.
+  image.set_nurbs_degree(4);
+  EXPECT_EQ(thrown_text([&] { hsz_output().write(image, dir / "quartic.hsz"); }),
+            "generate_nurbs: Degree 4 needs at least 5 bands.");
+  EXPECT_FALSE(std::filesystem::exists(dir / "quartic.hsz"));
 }
 
 TEST_F(hsz_output_test, refuses_pipelines_without_the_components_it_stores) {
