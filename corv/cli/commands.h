@@ -14,6 +14,7 @@ int library_command(const std::vector<std::string>& words);
 int prepare_command(const std::vector<std::string>& words);
 int pca_command(const std::vector<std::string>& words);
 int bandmath_command(const std::vector<std::string>& words);
+int classify_command(const std::vector<std::string>& words);
 
 }  // namespace corv::cli
 

@@ -34,6 +34,9 @@ const char* const usage_text =
     "  bandmath FORMULA [IMAGE...] [-o OUT] [--reflectance]\n"
     "                              evaluate e.g. \"(I1[40]-I1[20])/(I1[40]+I1[20])\"; a\n"
     "                              single number is printed when there is no -o\n"
+    "  classify IN --library LIB --method sam|svm|unmix [-k K] -o PREFIX\n"
+    "                              compare every pixel with a spectral library; writes\n"
+    "                              PREFIX_values and PREFIX_indexes (PREFIX_labels for svm)\n"
     "  library info LIB            describe a spectral library (.slz, .csv, .sli or .hdr)\n"
     "  library merge A B -o OUT [--re-evaluate]\n"
     "                              merge B into A, resampling B onto A's wavelengths\n"
@@ -71,9 +74,10 @@ int main(int argc, char** argv) {
   }
 
   const std::map<std::string, std::function<int(const std::vector<std::string>&)>> commands = {
-      {"info", corv::cli::info_command},       {"convert", corv::cli::convert_command},
-      {"library", corv::cli::library_command}, {"prepare", corv::cli::prepare_command},
-      {"pca", corv::cli::pca_command},         {"bandmath", corv::cli::bandmath_command},
+      {"info", corv::cli::info_command},         {"convert", corv::cli::convert_command},
+      {"library", corv::cli::library_command},   {"prepare", corv::cli::prepare_command},
+      {"pca", corv::cli::pca_command},           {"bandmath", corv::cli::bandmath_command},
+      {"classify", corv::cli::classify_command},
   };
   const auto command = commands.find(words.front());
   if (command == commands.end()) {
