@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "corv/analysis/pca.h"
+#include "corv/analysis/unmixing.h"
 #include "corv/io/logger.h"
 #include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
@@ -89,7 +90,25 @@ void pipeline::process_recover_endmembers() {
   if (try_get(&pipeline::s).empty()) {
     throw std::runtime_error("pipeline: S is empty in process_recover_endmembers()");
   }
-  unavailable("process_recover_endmembers", "unmixing");
+  endmember_abundances_.reset();
+  endmember_abundance_indexes_.reset();
+  logger::instance().set_stage(stage_classification);
+  logger::instance().set_progress(0);
+  cube fractions, numbers;
+  unmix_by_spectra(s_, try_get(&pipeline::wavelengths), library_->endmembers().t(),
+                   library_->wavelengths(), fractions, numbers, parameters_.endmember_setting);
+  if (fractions.n_rows != s_.n_rows || fractions.n_cols != s_.n_cols ||
+      numbers.n_slices != fractions.n_slices) {
+    log_and_throw(
+        "process_recover_endmembers: Something bad that doesn't make sense has happened.");
+  }
+  // The routine numbers the references from 1; the pipeline keeps element numbers from 0.
+  endmember_abundances_.set_size(arma::size(fractions));
+  endmember_abundance_indexes_.set_size(arma::size(numbers));
+  for (arma::uword slice = 0; slice < fractions.n_slices; ++slice) {
+    endmember_abundances_.slice(slice) = fractions.slice(slice);
+    endmember_abundance_indexes_.slice(slice) = numbers.slice(slice) - 1.0f;
+  }
 }
 
 void pipeline::process_analysis(bool on_reflectance) {

@@ -7,6 +7,7 @@
 #include "corv/io/data_input.h"
 #include "corv/io/hdr_output.h"
 #include "corv/io/logger.h"
+#include "corv/io/spectral_library.h"
 #include "tests/corv/test_support.h"
 
 namespace corv {
@@ -155,6 +156,33 @@ TEST(pipeline_test, analysis_projects_the_image_onto_its_principal_components) {
   EXPECT_EQ(logger::instance().entries().front().second,
             "process_analysis: Reflectance not found, generating...");
   EXPECT_TRUE(p.principal_components().empty());
+}
+
+TEST(pipeline_test, endmembers_unmix_the_reflectance_against_the_library) {
+  logger::instance().set_echo(false);
+  const matrix references = {{1, 0}, {0, 1}, {1, 1}};  // 3 bands, 2 spectra
+  auto library =
+      std::make_shared<spectral_library>(references, labels{"a", "b"}, vector{500, 600, 700});
+  cube reflectance(2, 2, 3);
+  for (arma::uword r = 0; r < 2; ++r) {
+    for (arma::uword c = 0; c < 2; ++c) {
+      const float share = 0.25f * static_cast<float>(1 + r + 2 * c);
+      reflectance.tube(r, c) = share * references.col(0) + (1 - share) * references.col(1);
+    }
+  }
+  pipeline p;
+  p.set_s(reflectance, vector{500, 600, 700});
+  p.set_library(library);
+  p.set_endmember_setting(2);
+  p.process_recover_endmembers();
+  ASSERT_EQ(p.endmember_abundances().n_slices, 2u);
+  // Pixel (1, 1) is 100 % spectrum 0.
+  EXPECT_NEAR(p.endmember_abundances()(1, 1, 0), 1.0f, 1e-5);
+  EXPECT_EQ(p.endmember_abundance_indexes()(1, 1, 0), 0.0f);
+  // Pixel (0, 0) is 25 % spectrum 0 and 75 % spectrum 1: spectrum 1 ranks first.
+  EXPECT_EQ(p.endmember_abundance_indexes()(0, 0, 0), 1.0f);
+  EXPECT_NEAR(p.endmember_abundances()(0, 0, 0), 0.75f, 1e-5);
+  EXPECT_NEAR(p.endmember_abundances()(0, 0, 1), 0.25f, 1e-5);
 }
 
 TEST(pipeline_test, a_verbose_illuminant_run_starts_with_the_banner) {
