@@ -314,24 +314,24 @@ def render(labels):
     # objects overlap in the image.
     occluders = []
 
-    def paint(mask, z, nvec, label, spec):
+    def paint(mask, z, nvec, label, specular):
         win = mask & (z > height)
         height[win] = z[win]
         nx[win], ny[win], nz[win] = nvec[0][win], nvec[1][win], nvec[2][win]
         material[win] = labels.index(label)
-        ks[win] = spec
+        ks[win] = specular
         owner[win] = len(occluders)
 
-    for label, cx, cy, r, spec in SPHERES:
+    for label, cx, cy, r, specular in SPHERES:
         d2 = (xx - cx) ** 2 + (yy - cy) ** 2
         h = np.sqrt(np.maximum(r * r - d2, 0))
-        paint(d2 < r * r, r + h, ((xx - cx) / r, (yy - cy) / r, h / r), label, spec)
+        paint(d2 < r * r, r + h, ((xx - cx) / r, (yy - cy) / r, h / r), label, specular)
         occluders.append(lambda z, cx=cx, cy=cy, r=r: ray_hits_sphere(xx, yy, z, cx, cy, r, r))
-    for label, cx, cy, length, angle, r, spec in CYLINDERS:
+    for label, cx, cy, length, angle, r, specular in CYLINDERS:
         u, w, (ca, sa) = cylinder_frame(xx, yy, cx, cy, angle)
         mask = (w * w < r * r) & (np.abs(u) < length / 2)
         h = np.sqrt(np.maximum(r * r - w * w, 0))
-        paint(mask, r + h, (-sa * w / r, ca * w / r, h / r), label, spec)
+        paint(mask, r + h, (-sa * w / r, ca * w / r, h / r), label, specular)
         occluders.append(lambda z, cx=cx, cy=cy, length=length, angle=angle, r=r:
                          ray_hits_cylinder(xx, yy, z, cx, cy, r, length, angle, r))
 
