@@ -37,7 +37,7 @@ test: build
 
 sanitize: deps
 	@$(MAKE) --no-print-directory BUILD_DIR=build-asan BUILD_TYPE=Debug build \
-	  CMAKE_EXTRA="-DCORV_SANITIZE=ON -DCORV_PYTHON=OFF -DCORV_BENCH=OFF"
+	  CMAKE_EXTRA="-DCORV_SANITIZE=ON -DCORV_PYTHON=OFF -DCORV_BENCH=OFF -DCORV_VIEWER=OFF"
 	@cd build-asan && ctest --output-on-failure -j $(JOBS) -L cpp
 
 format:

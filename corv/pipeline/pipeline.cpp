@@ -159,6 +159,7 @@ void pipeline::set_g(const matrix& g) {
 
 void pipeline::reset_components(bool reflectance) {
   illuminant_.reset();
+  patches_.reset();
   k_.reset();
   g_.reset();
   material_elements_.reset();

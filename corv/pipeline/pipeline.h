@@ -80,6 +80,7 @@ class pipeline {
   void set_min_temperature(float value) { parameters_.min_temperature = value; }
   void set_cooling_rate(float value) { parameters_.cooling_rate = value; }
   void set_split_threshold(float value) { parameters_.split_threshold = value; }
+  void set_material_mode(int value) { parameters_.material_mode = value; }
   void set_filter_size(int value) { parameters_.filter_size = value; }
   void set_principal_components(int value) { parameters_.principal_components = value; }
   void set_pca_source(int value) { parameters_.pca_source = value; }
@@ -137,6 +138,7 @@ class pipeline {
   cube I_;
   vector wavelengths_;
   vector illuminant_;
+  arma::imat patches_;  // bounds of the patches the last illuminant run used
   matrix k_;
   cube s_;
   matrix g_;
