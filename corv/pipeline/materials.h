@@ -1,5 +1,5 @@
-#ifndef CORV_RECOVERY_MATERIALS_H
-#define CORV_RECOVERY_MATERIALS_H
+#ifndef CORV_PIPELINE_MATERIALS_H
+#define CORV_PIPELINE_MATERIALS_H
 
 #include "corv/io/types.h"
 

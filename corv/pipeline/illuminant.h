@@ -1,5 +1,5 @@
-#ifndef CORV_RECOVERY_ILLUMINANT_H
-#define CORV_RECOVERY_ILLUMINANT_H
+#ifndef CORV_PIPELINE_ILLUMINANT_H
+#define CORV_PIPELINE_ILLUMINANT_H
 
 #include "corv/io/types.h"
 
