@@ -13,14 +13,22 @@ namespace corv::python {
 namespace {
 
 // In-place library filters become functions that return the smoothed copy.
+// The copy is made straight into the returned array, and the filter works on it
+// in place through a cube that borrows its memory.
 template <typename Filter>
 py::array_t<float> smoothed(const float_array& data, int window, Filter filter) {
-  cube c = to_cube(data);
+  if (data.ndim() != 3) {
+    throw py::value_error("expected a 3-D array (rows, columns, bands), got " +
+                          std::to_string(data.ndim()) + "-D");
+  }
+  py::array_t<float, py::array::f_style> out({data.shape(0), data.shape(1), data.shape(2)});
   {
     py::gil_scoped_release release;
-    filter(c, window);
+    std::copy(data.data(), data.data() + data.size(), out.mutable_data());
+    cube view(out.mutable_data(), data.shape(0), data.shape(1), data.shape(2), false, true);
+    filter(view, window);
   }
-  return to_numpy(c);
+  return out;
 }
 
 }  // namespace

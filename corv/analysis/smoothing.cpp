@@ -61,6 +61,59 @@ void smooth_bands(cube& data, const std::vector<float>& weights, float normalise
   }
 }
 
+// Box filter by running sums: the window sum of band b is that of band b - 1
+// plus the band entering the window minus the band leaving it, so the cost does
+// not grow with the window. Sums are kept in double so that the rounding of a
+// long run of additions and subtractions stays far below float precision. The
+// originals of bands b - half - 1 .. b are kept in a ring, as above.
+void box_bands(cube& data, int window) {
+  const long bands = static_cast<long>(data.n_slices);
+  const long plane = static_cast<long>(data.n_rows * data.n_cols);
+  if (bands == 0 || plane == 0) {
+    return;
+  }
+  const long half = (window - 1) / 2;
+  const long last = bands - 1;
+  const long ring_size = half + 2;
+  const double scale = 1.0 / window;
+  constexpr long block = 2048;
+#pragma omp parallel
+  {
+    std::vector<float> ring(static_cast<std::size_t>(ring_size * block));
+    std::vector<double> sum(block);
+#pragma omp for schedule(static)
+    for (long start = 0; start < plane; start += block) {
+      const long n = std::min(block, plane - start);
+      // The window of band 0: band 0 repeated half + 1 times, then bands 1 .. half.
+      std::fill(sum.begin(), sum.begin() + n, 0.0);
+      for (long j = -half; j <= half; ++j) {
+        const float* source = data.slice_memptr(clamped(j, last)) + start;
+        for (long p = 0; p < n; ++p) {
+          sum[p] += source[p];
+        }
+      }
+      for (long b = 0; b < bands; ++b) {
+        float* out = data.slice_memptr(b) + start;
+        std::copy(out, out + n, ring.data() + (b % ring_size) * block);
+        if (b > 0) {
+          // Band b + half has not been overwritten yet; band b - half - 1 is in the ring.
+          const long entering = clamped(b + half, last);
+          const long leaving = clamped(b - half - 1, last);
+          const float* in = entering <= b ? ring.data() + (entering % ring_size) * block
+                                          : data.slice_memptr(entering) + start;
+          const float* gone = ring.data() + (leaving % ring_size) * block;
+          for (long p = 0; p < n; ++p) {
+            sum[p] += static_cast<double>(in[p]) - static_cast<double>(gone[p]);
+          }
+        }
+        for (long p = 0; p < n; ++p) {
+          out[p] = static_cast<float>(sum[p] * scale);
+        }
+      }
+    }
+  }
+}
+
 }  // namespace
 
 std::vector<float> savitzky_golay_weights(int window, float& normaliser) {
@@ -91,7 +144,7 @@ void moving_average(cube& data, int window) {
   if (window < 3 || window % 2 == 0) {
     log_and_throw("moving_average: Window size is incorrect. (greater than 3 and odd)");
   }
-  smooth_bands(data, std::vector<float>(window, 1.0f), static_cast<float>(window));
+  box_bands(data, window);
 }
 
 void savitzky_golay(cube& data, int window) {

@@ -100,14 +100,23 @@ void pipeline::filter(int method, int size, bool reflectance) {
   if (method == FILTER_WIENER) {
     const long bands = static_cast<long>(data.n_slices);
     long done = 0;
+    // The bands are filtered into a new cube so that an abort request, which
+    // skips the remaining bands and throws once outside the parallel region,
+    // leaves the image as it was.
+    cube filtered(arma::size(data));
 #pragma omp parallel for schedule(dynamic)
     for (long b = 0; b < bands; ++b) {
-      data.slice(b) = wiener_filter(data.slice(b), size, size);
+      if (log.abort_requested()) {
+        continue;
+      }
+      filtered.slice(b) = wiener_filter(data.slice(b), size, size);
       long finished = 0;
 #pragma omp atomic capture
       finished = ++done;
       log.set_progress(static_cast<int>(100 * finished / bands));
     }
+    log.check_abort();
+    data = std::move(filtered);
     parameters_.wiener_marker = true;
   } else if (method == FILTER_MOVING_AVERAGE) {
     moving_average(data, size);

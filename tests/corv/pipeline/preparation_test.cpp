@@ -115,6 +115,15 @@ TEST_F(preparation_test, filters_apply_to_every_band_or_spectrum_and_mark_wiener
   EXPECT_TRUE(image.parameters().wiener_marker);
 }
 
+TEST_F(preparation_test, an_aborted_wiener_filter_leaves_the_image_unfiltered) {
+  const cube before = image.I();
+  logger::instance().request_abort();
+  EXPECT_EQ(thrown_text([&] { image.filter(FILTER_WIENER, 3, false); }), "Processing was aborted!");
+  EXPECT_FALSE(logger::instance().abort_requested());
+  EXPECT_TRUE(arma::approx_equal(image.I(), before, "absdiff", 0.0f));
+  EXPECT_FALSE(image.parameters().wiener_marker);
+}
+
 TEST_F(preparation_test, the_reflectance_flag_prepares_s) {
   auto source = std::make_shared<data_input>();
   source->set_s(coded_cube(3, 3, 3));
