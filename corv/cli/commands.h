@@ -15,6 +15,8 @@ int prepare_command(const std::vector<std::string>& words);
 int pca_command(const std::vector<std::string>& words);
 int bandmath_command(const std::vector<std::string>& words);
 int classify_command(const std::vector<std::string>& words);
+// Exits 130 when Ctrl-C aborts the processing.
+int process_command(const std::vector<std::string>& words);
 
 }  // namespace corv::cli
 

@@ -37,6 +37,17 @@ const char* const usage_text =
     "  classify IN --library LIB --method sam|svm|unmix [-k K] -o PREFIX\n"
     "                              compare every pixel with a spectral library; writes\n"
     "                              PREFIX_values and PREFIX_indexes (PREFIX_labels for svm)\n"
+    "  process IN -o OUT [--filter wiener|mavg|sg[:SIZE]] [--illuminant METHOD]\n"
+    "          [--reflectance] [--materials] [--endmembers LIB] [--pca N [--pca-out FILE]]\n"
+    "          [--set NAME=VALUE ...] [-v LEVEL] [--illuminant-csv FILE]\n"
+    "          [--components DIR/PREFIX] [--data-type 1|2|4|12] [--from-components]\n"
+    "                              run the pipeline: filter, illuminant, reflectance,\n"
+    "                              materials, endmembers, analysis, in that order, each\n"
+    "                              when asked for (none asked: illuminant and reflectance);\n"
+    "                              METHOD white-patch, shade-of-gray, gray-world,\n"
+    "                              gray-edge, fs, orbek or its code 0..5; NAME any\n"
+    "                              parameter (illuminant_method, filter_size, ...);\n"
+    "                              Ctrl-C aborts (exit status 130, nothing written)\n"
     "  library info LIB            describe a spectral library (.slz, .csv, .sli or .hdr)\n"
     "  library merge A B -o OUT [--re-evaluate]\n"
     "                              merge B into A, resampling B onto A's wavelengths\n"
@@ -52,7 +63,7 @@ const char* const usage_text =
     "  --version       show the library version\n"
     "\n"
     "Exit status: 0 success, 1 the library refused or failed (its message on stderr),\n"
-    "2 a usage error.\n";
+    "2 a usage error, 130 processing aborted by Ctrl-C.\n";
 
 }  // namespace
 
@@ -77,7 +88,7 @@ int main(int argc, char** argv) {
       {"info", corv::cli::info_command},         {"convert", corv::cli::convert_command},
       {"library", corv::cli::library_command},   {"prepare", corv::cli::prepare_command},
       {"pca", corv::cli::pca_command},           {"bandmath", corv::cli::bandmath_command},
-      {"classify", corv::cli::classify_command},
+      {"classify", corv::cli::classify_command}, {"process", corv::cli::process_command},
   };
   const auto command = commands.find(words.front());
   if (command == commands.end()) {

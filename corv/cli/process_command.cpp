@@ -1,0 +1,408 @@
+// corv process: runs the pipeline's stages on an image and writes what they computed.
+#include <unistd.h>
+
+#include <charconv>
+#include <cmath>
+#include <iostream>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "corv/cli/arguments.h"
+#include "corv/cli/commands.h"
+#include "corv/cli/image_files.h"
+#include "corv/cli/interrupt.h"
+#include "corv/cli/progress_monitor.h"
+#include "corv/io/envi_library.h"
+#include "corv/io/file_path.h"
+#include "corv/io/hdr_input.h"
+#include "corv/io/hdr_output.h"
+#include "corv/io/library_csv.h"
+#include "corv/io/logger.h"
+#include "corv/io/safe_file.h"
+#include "corv/io/spectral_library.h"
+#include "corv/pipeline/pipeline.h"
+
+namespace corv::cli {
+
+namespace {
+
+// Every processing parameter by its name in corv::parameters, with its setter.
+using integer_setter = void (pipeline::*)(int);
+using number_setter = void (pipeline::*)(float);
+using switch_setter = void (pipeline::*)(bool);
+
+const std::map<std::string, integer_setter> integer_parameters = {
+    {"verbosity", &pipeline::set_verbosity},
+    {"illuminant_method", &pipeline::set_illuminant_method},
+    {"illuminant_patch_size", &pipeline::set_illuminant_patch_size},
+    {"gray_order", &pipeline::set_gray_order},
+    {"dichromatic_method", &pipeline::set_dichromatic_method},
+    {"neighbourhood_size", &pipeline::set_neighbourhood_size},
+    {"gray_threshold", &pipeline::set_gray_threshold},
+    {"max_clusters", &pipeline::set_max_clusters},
+    {"material_subsample", &pipeline::set_material_subsample},
+    {"materials_per_pixel", &pipeline::set_materials_per_pixel},
+    {"material_mode", &pipeline::set_material_mode},
+    {"filter_size", &pipeline::set_filter_size},
+    {"principal_components", &pipeline::set_principal_components},
+    {"pca_source", &pipeline::set_pca_source},
+    {"nurbs_degree", &pipeline::set_nurbs_degree},
+    {"nurbs_max_iterations", &pipeline::set_nurbs_max_iterations},
+    {"nurbs_knots_threshold", &pipeline::set_nurbs_knots_threshold},
+    {"endmember_setting", &pipeline::set_endmember_setting},
+};
+
+const std::map<std::string, number_setter> number_parameters = {
+    {"spatial_smoothness", &pipeline::set_spatial_smoothness},
+    {"max_temperature", &pipeline::set_max_temperature},
+    {"min_temperature", &pipeline::set_min_temperature},
+    {"cooling_rate", &pipeline::set_cooling_rate},
+    {"split_threshold", &pipeline::set_split_threshold},
+    {"nurbs_alpha", &pipeline::set_nurbs_alpha},
+};
+
+const std::map<std::string, switch_setter> switch_parameters = {
+    {"wiener_marker", &pipeline::set_wiener_marker},
+    {"second_illuminant", &pipeline::set_second_illuminant},
+    {"nurbs_encoding", &pipeline::set_nurbs_encoding},
+};
+
+std::optional<int> whole_number(const std::string& text) {
+  int value = 0;
+  const char* end = text.data() + text.size();
+  const auto parsed = std::from_chars(text.data(), end, value);
+  if (text.empty() || parsed.ec != std::errc() || parsed.ptr != end) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+// "NAME=VALUE" applied to the pipeline through the parameter's setter.
+void set_parameter(pipeline& image, const std::string& assignment) {
+  const auto equals = assignment.find('=');
+  if (equals == std::string::npos || equals == 0) {
+    throw usage_error("--set expects NAME=VALUE, not '" + assignment + "'");
+  }
+  const std::string name = assignment.substr(0, equals);
+  const std::string text = assignment.substr(equals + 1);
+  if (const auto found = integer_parameters.find(name); found != integer_parameters.end()) {
+    const auto value = whole_number(text);
+    if (!value) {
+      throw usage_error("--set " + name + " expects a whole number, not '" + text + "'");
+    }
+    (image.*found->second)(*value);
+  } else if (const auto found = number_parameters.find(name); found != number_parameters.end()) {
+    float value = 0.0f;
+    const char* end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, value);
+    if (text.empty() || parsed.ec != std::errc() || parsed.ptr != end || !std::isfinite(value)) {
+      throw usage_error("--set " + name + " expects a number, not '" + text + "'");
+    }
+    (image.*found->second)(value);
+  } else if (const auto found = switch_parameters.find(name); found != switch_parameters.end()) {
+    if (text != "true" && text != "false" && text != "1" && text != "0") {
+      throw usage_error("--set " + name + " expects true or false, not '" + text + "'");
+    }
+    (image.*found->second)(text == "true" || text == "1");
+  } else {
+    throw usage_error("--set: unknown parameter '" + name + "'");
+  }
+}
+
+// Method names of illuminant recovery, by their codes.
+int illuminant_method(const std::string& text) {
+  const std::map<std::string, int> methods = {
+      {"orbek", 0},         {"fs", 1},          {"gray-edge", 2}, {"gray-world", 3},
+      {"shade-of-gray", 4}, {"white-patch", 5},
+  };
+  if (const auto found = methods.find(text); found != methods.end()) {
+    return found->second;
+  }
+  if (const auto code = whole_number(text); code && *code >= 0 && *code <= 5) {
+    return *code;
+  }
+  throw usage_error(
+      "--illuminant expects white-patch, shade-of-gray, gray-world, gray-edge, fs, orbek or a "
+      "code 0 to 5, not '" +
+      text + "'");
+}
+
+// "wiener", "mavg" or "sg", optionally followed by ":SIZE".
+std::pair<int, int> filter_choice(const std::string& text, int default_size) {
+  const auto colon = text.find(':');
+  const std::string name = text.substr(0, colon);
+  std::optional<int> size = default_size;
+  if (colon != std::string::npos) {
+    size = whole_number(text.substr(colon + 1));
+  }
+  const std::map<std::string, int> methods = {
+      {"wiener", FILTER_WIENER}, {"mavg", FILTER_MOVING_AVERAGE}, {"sg", FILTER_SAVITZKY_GOLAY}};
+  const auto method = methods.find(name);
+  if (method == methods.end() || !size) {
+    throw usage_error("--filter expects wiener, mavg or sg, optionally with :SIZE, not '" + text +
+                      "'");
+  }
+  return {method->second, *size};
+}
+
+// By suffix: .slz, .csv, else an ENVI library or image of spectra (spectra
+// with missing points left out: they cannot be unmixed against).
+std::shared_ptr<spectral_library> read_library(const std::string& name) {
+  const std::string extension = lower_case(file_path::split(name).extension);
+  if (extension == ".slz") {
+    auto library = std::make_shared<spectral_library>();
+    library->load(name);
+    return library;
+  }
+  if (extension == ".csv") {
+    return std::make_shared<spectral_library>(read_library_csv(name));
+  }
+  return std::make_shared<spectral_library>(read_envi_library(name, missing_points::drop));
+}
+
+void write_number(std::ostream& out, float value) {
+  char text[32];
+  const auto written = std::to_chars(text, text + sizeof text, value);
+  out.write(text, written.ptr - text);
+}
+
+// The illuminant as CSV, one wavelength per line. Written under a temporary
+// name; the caller commits it once everything else has been written.
+std::unique_ptr<safe_file> illuminant_csv(pipeline& image, const std::string& name) {
+  const vector& illuminant = image.illuminant();
+  const vector& wavelengths = image.wavelengths();
+  auto file = std::make_unique<safe_file>(name);
+  if (!file->is_open()) {
+    throw std::runtime_error("process: Cannot write " + name);
+  }
+  std::ostream& out = file->stream();
+  out << "wavelength,illuminant\n";
+  for (arma::uword b = 0; b < illuminant.n_elem; ++b) {
+    write_number(out, b < wavelengths.n_elem ? wavelengths(b) : static_cast<float>(b));
+    out << ',';
+    write_number(out, illuminant(b));
+    out << '\n';
+  }
+  if (!file->close()) {
+    throw std::runtime_error("process: Cannot write " + name);
+  }
+  return file;
+}
+
+// Whether the pipeline holds a reflectance or can read one from its input.
+bool has_reflectance(pipeline& image) {
+  try {
+    return !image.s().empty();
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+bool is_envi_name(const std::string& name) {
+  const std::string extension = lower_case(file_path::split(name).extension);
+  return extension == ".fla" || extension == ".raw" || extension == ".dat" || extension == ".img" ||
+         extension == ".hdr";
+}
+
+// Which stages a command line asks for; see the process section of docs/cli.md.
+struct stage_plan {
+  std::optional<std::pair<int, int>> filter;  // method, size
+  bool illuminant = false;
+  bool reflectance = false;  // dichromatic parameters: k, s and g
+  bool materials = false;
+  std::string endmembers;  // the library's file
+  bool analysis = false;
+};
+
+// The stage runs between the monitor's marks; an interrupt that the stage
+// did not see itself ends the run as soon as it returns.
+template <typename Stage>
+void run_stage(progress_monitor& monitor, int number, Stage stage) {
+  throw_if_interrupted();
+  monitor.begin(number);
+  stage();
+  throw_if_interrupted();
+  monitor.end();
+}
+
+int run(const arguments& args) {
+  if (args.positionals().size() != 1) {
+    throw usage_error("expects one IN");
+  }
+  const auto components_out = args.value("--components");
+  const auto out = components_out ? components_out : args.value("-o");
+  const auto csv_out = args.value("--illuminant-csv");
+  const auto pca_out = args.value("--pca-out");
+  if (!out && !csv_out && !pca_out) {
+    throw usage_error("needs -o OUT (or --components DIR/PREFIX, --illuminant-csv FILE)");
+  }
+  if (out) {
+    check_output_name(*out, components_out.has_value());
+  }
+  if (pca_out && !is_envi_name(*pca_out)) {
+    throw usage_error(
+        "--pca-out needs an ENVI name ending in .fla, .raw, .dat, .img or .hdr, not '" + *pca_out +
+        "'");
+  }
+  const int data_type = args.integer("--data-type").value_or(4);
+  if (data_type != 1 && data_type != 2 && data_type != 4 && data_type != 12) {
+    throw usage_error("--data-type must be 1, 2, 4 or 12");
+  }
+  std::optional<int> verbosity;
+  if (const auto text = args.value("-v")) {
+    verbosity = whole_number(*text);
+    if (!verbosity || *verbosity < 0 || *verbosity > 5) {
+      throw usage_error("-v expects a level 0 to 5, not '" + *text + "'");
+    }
+  }
+  const auto method_name = args.value("--illuminant");
+  const int method = method_name ? illuminant_method(*method_name) : -1;
+  std::optional<int> components;
+  if (const auto text = args.value("--pca")) {
+    components = whole_number(*text);
+    if (!components || *components < 1) {
+      throw usage_error("--pca needs a number of components of at least 1, not '" + *text + "'");
+    }
+  }
+  if (pca_out && !components) {
+    throw usage_error("--pca-out needs --pca N");
+  }
+  const bool hsz_out =
+      out && !components_out && lower_case(file_path::split(*out).extension) == ".hsz";
+
+  pipeline settings;
+  // Parameters first, so that a mistake in them costs no reading; the
+  // options that name a parameter themselves win over --set.
+  for (const auto& assignment : args.values("--set")) {
+    set_parameter(settings, assignment);
+  }
+  if (verbosity) {
+    settings.set_verbosity(*verbosity);
+  }
+  if (method_name) {
+    settings.set_illuminant_method(method);
+  }
+  if (components) {
+    settings.set_principal_components(*components);
+  }
+  const int method_code = settings.parameters().illuminant_method;
+  if (method_code < 0 || method_code > 5) {
+    throw usage_error("--set illuminant_method expects a code 0 to 5, not '" +
+                      std::to_string(method_code) + "'");
+  }
+
+  stage_plan plan;
+  if (const auto text = args.value("--filter")) {
+    plan.filter = filter_choice(*text, settings.parameters().filter_size);
+  }
+  plan.illuminant = method_name.has_value();
+  plan.reflectance = args.flag("--reflectance");
+  // An HSZ file holds the whole reflectance model, materials included.
+  plan.materials = args.flag("--materials") || hsz_out;
+  plan.endmembers = args.value("--endmembers").value_or("");
+  plan.analysis = components.has_value();
+  if (!plan.illuminant && !plan.reflectance && !plan.materials && plan.endmembers.empty() &&
+      !plan.analysis) {
+    plan.illuminant = plan.reflectance = true;
+  }
+
+  if (verbosity) {
+    logger::instance().set_echo(true);
+  }
+  const interrupt_scope interrupts;
+  const auto source = open_image(args.positionals()[0], args.flag("--from-components"));
+  const auto* envi = dynamic_cast<const hdr_input*>(source.get());
+  const bool reflectance_image = envi && envi->is_reflectance();
+  pipeline image(source);
+  image.set_parameters(settings.parameters());
+  std::shared_ptr<spectral_library> library;
+  if (!plan.endmembers.empty()) {
+    library = read_library(plan.endmembers);
+    image.set_library(library);
+  }
+
+  bool computed_reflectance = false;
+  {
+    progress_monitor monitor(std::cerr, ::isatty(STDERR_FILENO) == 1, interrupt_requested);
+    if (plan.filter) {
+      // A reflectance image has no I: its reflectance is what gets filtered.
+      run_stage(monitor, stage_filter,
+                [&] { image.filter(plan.filter->first, plan.filter->second, reflectance_image); });
+    }
+    // Materials and endmembers work on a reflectance: the input's when it
+    // has one and the image was not filtered since, else a recovered one.
+    if ((plan.materials || !plan.endmembers.empty()) && !plan.reflectance) {
+      plan.reflectance = !((reflectance_image || !plan.filter) && has_reflectance(image));
+    }
+    plan.illuminant = plan.illuminant || plan.reflectance;
+    if (plan.illuminant) {
+      run_stage(monitor, stage_illuminant, [&] { image.process_recover_illuminant(true); });
+    }
+    if (plan.reflectance) {
+      run_stage(monitor, stage_reflectance,
+                [&] { image.process_recover_dichromatic_parameters(); });
+      computed_reflectance = true;
+    }
+    if (plan.materials) {
+      run_stage(monitor, stage_materials, [&] { image.process_recover_materials(); });
+    }
+    if (!plan.endmembers.empty()) {
+      run_stage(monitor, stage_classification, [&] { image.process_recover_endmembers(); });
+    }
+    if (plan.analysis) {
+      run_stage(monitor, stage_analysis,
+                [&] { image.process_analysis(image.parameters().pca_source != 0); });
+    }
+  }
+
+  // Nothing is written after an interrupt. The files are finished in one go:
+  // the CSV waits under a temporary name until the others are in place.
+  throw_if_interrupted();
+  const auto csv = csv_out ? illuminant_csv(image, *csv_out) : nullptr;
+  if (out) {
+    const bool reflectance =
+        computed_reflectance || reflectance_image || plan.materials || !plan.endmembers.empty();
+    write_image(image, *out, components_out.has_value(), data_type, reflectance);
+  }
+  if (pca_out) {
+    // The components have no wavelengths: they are numbered 1, 2, ...
+    write_envi(image.principal_components(),
+               arma::regspace<vector>(1, image.principal_components().n_slices), *pca_out, 4,
+               false);
+  }
+  if (csv && !csv->commit()) {
+    throw std::runtime_error("process: Cannot write " + *csv_out);
+  }
+  if (plan.analysis) {
+    const vector& strengths = image.principal_strengths();
+    std::cout << "component  singular value\n";
+    for (arma::uword c = 0; c < strengths.n_elem; ++c) {
+      std::cout << c + 1 << "  " << strengths(c) << "\n";
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+int process_command(const std::vector<std::string>& words) {
+  const arguments args(words, {"--reflectance", "--materials", "--from-components"},
+                       {"-o", "--filter", "--illuminant", "--endmembers", "--pca", "--pca-out",
+                        "--set", "-v", "--illuminant-csv", "--components", "--data-type"});
+  try {
+    return run(args);
+  } catch (const usage_error&) {
+    throw;
+  } catch (const std::exception&) {
+    // Whatever the stage made of the interrupt, the tool reports it the same way.
+    if (interrupt_requested()) {
+      std::cerr << "Processing was aborted!\n";
+      return 130;
+    }
+    throw;
+  }
+}
+
+}  // namespace corv::cli
