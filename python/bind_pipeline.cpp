@@ -8,6 +8,23 @@
 
 namespace corv::python {
 
+namespace {
+
+// A getter may read the component from the input first, which takes long for
+// a large image: other Python threads run meanwhile. The copy into numpy
+// needs the interpreter again.
+template <typename T>
+py::array_t<float> component(pipeline& p, const T& (pipeline::*getter)()) {
+  const T* value = nullptr;
+  {
+    py::gil_scoped_release release;
+    value = &(p.*getter)();
+  }
+  return to_numpy(*value);
+}
+
+}  // namespace
+
 const binder outputs_part(30, [](py::module_& m) {
   py::class_<output, std::shared_ptr<output>>(m, "output", "Writes a pipeline to files.")
       .def("write", &output::write, py::arg("pipeline"), py::arg("file_name"),
@@ -39,6 +56,7 @@ const binder pipeline_part(40, [](py::module_& m) {
       .def_readwrite("min_temperature", &parameters::min_temperature)
       .def_readwrite("cooling_rate", &parameters::cooling_rate)
       .def_readwrite("split_threshold", &parameters::split_threshold)
+      .def_readwrite("material_mode", &parameters::material_mode)
       .def_readwrite("filter_size", &parameters::filter_size)
       .def_readwrite("principal_components", &parameters::principal_components)
       .def_readwrite("pca_source", &parameters::pca_source)
@@ -57,18 +75,23 @@ const binder pipeline_part(40, [](py::module_& m) {
       .def_property_readonly("height", &pipeline::height)
       .def_property_readonly("width", &pipeline::width)
       .def_property_readonly("bands", &pipeline::bands)
-      .def("I", [](pipeline& p) { return to_numpy(p.I()); })
-      .def("wavelengths", [](pipeline& p) { return to_numpy(p.wavelengths()); })
-      .def("illuminant", [](pipeline& p) { return to_numpy(p.illuminant()); })
-      .def("k", [](pipeline& p) { return to_numpy(p.k()); })
-      .def("s", [](pipeline& p) { return to_numpy(p.s()); })
-      .def("g", [](pipeline& p) { return to_numpy(p.g()); })
-      .def("material_elements", [](pipeline& p) { return to_numpy(p.material_elements()); })
+      .def("I", [](pipeline& p) { return component(p, &pipeline::I); })
+      .def("wavelengths", [](pipeline& p) { return component(p, &pipeline::wavelengths); })
+      .def("illuminant", [](pipeline& p) { return component(p, &pipeline::illuminant); })
+      .def("k", [](pipeline& p) { return component(p, &pipeline::k); })
+      .def("s", [](pipeline& p) { return component(p, &pipeline::s); })
+      .def("g", [](pipeline& p) { return component(p, &pipeline::g); })
+      .def("material_elements",
+           [](pipeline& p) { return component(p, &pipeline::material_elements); })
       .def("material_element_abundances",
-           [](pipeline& p) { return to_numpy(p.material_element_abundances()); })
+           [](pipeline& p) { return component(p, &pipeline::material_element_abundances); })
       .def("material_element_abundance_indexes",
-           [](pipeline& p) { return to_numpy(p.material_element_abundance_indexes()); })
-      .def("material_map", [](pipeline& p) { return to_numpy(p.material_map()); })
+           [](pipeline& p) { return component(p, &pipeline::material_element_abundance_indexes); })
+      .def("material_map", [](pipeline& p) { return component(p, &pipeline::material_map); })
+      .def("endmember_abundances",
+           [](pipeline& p) { return component(p, &pipeline::endmember_abundances); })
+      .def("endmember_abundance_indexes",
+           [](pipeline& p) { return component(p, &pipeline::endmember_abundance_indexes); })
       .def("principal_components", [](pipeline& p) { return to_numpy(p.principal_components()); })
       .def("principal_strengths", [](pipeline& p) { return to_numpy(p.principal_strengths()); })
       .def(
@@ -112,6 +135,7 @@ const binder pipeline_part(40, [](py::module_& m) {
       .def("set_min_temperature", &pipeline::set_min_temperature)
       .def("set_cooling_rate", &pipeline::set_cooling_rate)
       .def("set_split_threshold", &pipeline::set_split_threshold)
+      .def("set_material_mode", &pipeline::set_material_mode)
       .def("set_filter_size", &pipeline::set_filter_size)
       .def("set_principal_components", &pipeline::set_principal_components)
       .def("set_pca_source", &pipeline::set_pca_source)
