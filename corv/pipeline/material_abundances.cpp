@@ -100,12 +100,12 @@ void element_mixer::mix(const float* products, float* weights, float* numbers) {
     solution_[i] = value;
   }
 
-  // Largest weight first (insertion sort: a handful of values, and no
-  // ordering requirement broken by a weight that is not a number).
-  for (arma::uword i = 0; i < n; ++i) {
-    const float weight = static_cast<float>(solution_[i]);
-    const float number = static_cast<float>(order_[i]);
-    arma::uword at = i;
+  // Largest weight first (insertion sort: a handful of values, and no ordering
+  // requirement broken by a weight that is not a number). Slots beyond the
+  // elements add nothing (weight 0), name the element of the largest weight
+  // and are sorted in like the others.
+  const auto insert = [&](arma::uword filled, float weight, float number) {
+    arma::uword at = filled;
     while (at > 0 && weight > weights[at - 1]) {
       weights[at] = weights[at - 1];
       numbers[at] = numbers[at - 1];
@@ -113,10 +113,13 @@ void element_mixer::mix(const float* products, float* weights, float* numbers) {
     }
     weights[at] = weight;
     numbers[at] = number;
+  };
+  for (arma::uword i = 0; i < n; ++i) {
+    insert(i, static_cast<float>(solution_[i]), static_cast<float>(order_[i]));
   }
+  const float largest = n > 0 ? numbers[0] : 0.0f;
   for (arma::uword i = n; i < slots_; ++i) {
-    weights[i] = 0.0f;
-    numbers[i] = n > 0 ? numbers[0] : 0.0f;
+    insert(i, 0.0f, largest);
   }
 }
 

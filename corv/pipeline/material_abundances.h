@@ -8,10 +8,12 @@
 // an unconstrained least-squares combination of its N best elements.
 //
 // When there are fewer elements than abundance slots, the extra slots hold
-// weight 0 and repeat the pixel's strongest element number: every slot names a
-// real element (as files of element numbers require) and adds nothing to the
-// pixel. An element that the stronger ones already explain (linearly dependent
-// on them) keeps its place with weight 0.
+// weight 0 and repeat the element number of the pixel's largest weight (its
+// material map entry): every slot names a real element (as files of element
+// numbers require) and adds nothing to the pixel. They are sorted with the
+// others, so that weights stay largest first (a negative weight comes after
+// them). An element that the stronger ones already explain (linearly
+// dependent on them) keeps its place with weight 0.
 
 #include <vector>
 
@@ -27,8 +29,8 @@ class element_mixer {
   element_mixer(const matrix& elements, arma::uword slots);
 
   // products: the pixel's product with every element (m values). Writes the
-  // weights of its min(slots, m) strongest elements, largest first, and their
-  // element numbers (from 0) into `slots` values each.
+  // weights of its min(slots, m) strongest elements and their element numbers
+  // (from 0) into `slots` values each, largest weight first.
   void mix(const float* products, float* weights, float* numbers);
 
   arma::uword slots() const { return slots_; }
