@@ -173,6 +173,11 @@ void write_number(std::ostream& out, float value) {
 std::unique_ptr<safe_file> illuminant_csv(pipeline& image, const std::string& name) {
   const vector& illuminant = image.illuminant();
   const vector& wavelengths = image.wavelengths();
+  if (wavelengths.n_elem != illuminant.n_elem) {
+    throw std::runtime_error("process: The illuminant has " + std::to_string(illuminant.n_elem) +
+                             " values but there are " + std::to_string(wavelengths.n_elem) +
+                             " wavelengths.");
+  }
   auto file = std::make_unique<safe_file>(name);
   if (!file->is_open()) {
     throw std::runtime_error("process: Cannot write " + name);
@@ -180,7 +185,7 @@ std::unique_ptr<safe_file> illuminant_csv(pipeline& image, const std::string& na
   std::ostream& out = file->stream();
   out << "wavelength,illuminant\n";
   for (arma::uword b = 0; b < illuminant.n_elem; ++b) {
-    write_number(out, b < wavelengths.n_elem ? wavelengths(b) : static_cast<float>(b));
+    write_number(out, wavelengths(b));
     out << ',';
     write_number(out, illuminant(b));
     out << '\n';
@@ -206,8 +211,17 @@ bool is_envi_name(const std::string& name) {
          extension == ".hdr";
 }
 
-// Which stages a command line asks for; see the process section of docs/cli.md.
-struct stage_plan {
+// What a command line asks for; see the process section of docs/cli.md.
+struct request {
+  std::string in;
+  std::optional<std::string> out;  // -o OUT, or DIR/PREFIX with components_out
+  bool components_out = false;
+  std::optional<std::string> csv_out;
+  std::optional<std::string> pca_out;
+  int data_type = 4;
+  bool echo = false;
+  pipeline settings;  // holds the parameters only
+
   std::optional<std::pair<int, int>> filter;  // method, size
   bool illuminant = false;
   bool reflectance = false;  // dichromatic parameters: k, s and g
@@ -216,38 +230,31 @@ struct stage_plan {
   bool analysis = false;
 };
 
-// The stage runs between the monitor's marks; an interrupt that the stage
-// did not see itself ends the run as soon as it returns.
-template <typename Stage>
-void run_stage(progress_monitor& monitor, int number, Stage stage) {
-  throw_if_interrupted();
-  monitor.begin(number);
-  stage();
-  throw_if_interrupted();
-  monitor.end();
-}
-
-int run(const arguments& args) {
+// Every usage mistake is found here, before the input is opened.
+request parse(const arguments& args) {
   if (args.positionals().size() != 1) {
     throw usage_error("expects one IN");
   }
+  request r;
+  r.in = args.positionals()[0];
   const auto components_out = args.value("--components");
-  const auto out = components_out ? components_out : args.value("-o");
-  const auto csv_out = args.value("--illuminant-csv");
-  const auto pca_out = args.value("--pca-out");
-  if (!out && !csv_out && !pca_out) {
+  r.components_out = components_out.has_value();
+  r.out = components_out ? components_out : args.value("-o");
+  r.csv_out = args.value("--illuminant-csv");
+  r.pca_out = args.value("--pca-out");
+  if (!r.out && !r.csv_out && !r.pca_out) {
     throw usage_error("needs -o OUT (or --components DIR/PREFIX, --illuminant-csv FILE)");
   }
-  if (out) {
-    check_output_name(*out, components_out.has_value());
+  if (r.out) {
+    check_output_name(*r.out, r.components_out);
   }
-  if (pca_out && !is_envi_name(*pca_out)) {
+  if (r.pca_out && !is_envi_name(*r.pca_out)) {
     throw usage_error(
-        "--pca-out needs an ENVI name ending in .fla, .raw, .dat, .img or .hdr, not '" + *pca_out +
-        "'");
+        "--pca-out needs an ENVI name ending in .fla, .raw, .dat, .img or .hdr, not '" +
+        *r.pca_out + "'");
   }
-  const int data_type = args.integer("--data-type").value_or(4);
-  if (data_type != 1 && data_type != 2 && data_type != 4 && data_type != 12) {
+  r.data_type = args.integer("--data-type").value_or(4);
+  if (r.data_type != 1 && r.data_type != 2 && r.data_type != 4 && r.data_type != 12) {
     throw usage_error("--data-type must be 1, 2, 4 or 12");
   }
   std::optional<int> verbosity;
@@ -266,122 +273,133 @@ int run(const arguments& args) {
       throw usage_error("--pca needs a number of components of at least 1, not '" + *text + "'");
     }
   }
-  if (pca_out && !components) {
+  if (r.pca_out && !components) {
     throw usage_error("--pca-out needs --pca N");
   }
-  const bool hsz_out =
-      out && !components_out && lower_case(file_path::split(*out).extension) == ".hsz";
 
-  pipeline settings;
-  // Parameters first, so that a mistake in them costs no reading; the
-  // options that name a parameter themselves win over --set.
+  // The options that name a parameter themselves win over --set.
   for (const auto& assignment : args.values("--set")) {
-    set_parameter(settings, assignment);
+    set_parameter(r.settings, assignment);
   }
   if (verbosity) {
-    settings.set_verbosity(*verbosity);
+    r.settings.set_verbosity(*verbosity);
+    r.echo = true;
   }
   if (method_name) {
-    settings.set_illuminant_method(method);
+    r.settings.set_illuminant_method(method);
   }
   if (components) {
-    settings.set_principal_components(*components);
+    r.settings.set_principal_components(*components);
   }
-  const int method_code = settings.parameters().illuminant_method;
+  const int method_code = r.settings.parameters().illuminant_method;
   if (method_code < 0 || method_code > 5) {
     throw usage_error("--set illuminant_method expects a code 0 to 5, not '" +
                       std::to_string(method_code) + "'");
   }
 
-  stage_plan plan;
   if (const auto text = args.value("--filter")) {
-    plan.filter = filter_choice(*text, settings.parameters().filter_size);
+    r.filter = filter_choice(*text, r.settings.parameters().filter_size);
   }
-  plan.illuminant = method_name.has_value();
-  plan.reflectance = args.flag("--reflectance");
+  r.illuminant = method_name.has_value();
+  r.reflectance = args.flag("--reflectance");
   // An HSZ file holds the whole reflectance model, materials included.
-  plan.materials = args.flag("--materials") || hsz_out;
-  plan.endmembers = args.value("--endmembers").value_or("");
-  plan.analysis = components.has_value();
-  if (!plan.illuminant && !plan.reflectance && !plan.materials && plan.endmembers.empty() &&
-      !plan.analysis) {
-    plan.illuminant = plan.reflectance = true;
+  r.materials =
+      args.flag("--materials") ||
+      (r.out && !r.components_out && lower_case(file_path::split(*r.out).extension) == ".hsz");
+  r.endmembers = args.value("--endmembers").value_or("");
+  r.analysis = components.has_value();
+  if (!r.illuminant && !r.reflectance && !r.materials && r.endmembers.empty() && !r.analysis) {
+    r.illuminant = r.reflectance = true;
   }
+  return r;
+}
 
-  if (verbosity) {
-    logger::instance().set_echo(true);
-  }
-  const interrupt_scope interrupts;
-  const auto source = open_image(args.positionals()[0], args.flag("--from-components"));
-  const auto* envi = dynamic_cast<const hdr_input*>(source.get());
-  const bool reflectance_image = envi && envi->is_reflectance();
-  pipeline image(source);
-  image.set_parameters(settings.parameters());
-  std::shared_ptr<spectral_library> library;
-  if (!plan.endmembers.empty()) {
-    library = read_library(plan.endmembers);
-    image.set_library(library);
-  }
-
-  bool computed_reflectance = false;
-  {
-    progress_monitor monitor(std::cerr, ::isatty(STDERR_FILENO) == 1, interrupt_requested);
-    if (plan.filter) {
-      // A reflectance image has no I: its reflectance is what gets filtered.
-      run_stage(monitor, stage_filter,
-                [&] { image.filter(plan.filter->first, plan.filter->second, reflectance_image); });
-    }
-    // Materials and endmembers work on a reflectance: the input's when it
-    // has one and the image was not filtered since, else a recovered one.
-    if ((plan.materials || !plan.endmembers.empty()) && !plan.reflectance) {
-      plan.reflectance = !((reflectance_image || !plan.filter) && has_reflectance(image));
-    }
-    plan.illuminant = plan.illuminant || plan.reflectance;
-    if (plan.illuminant) {
-      run_stage(monitor, stage_illuminant, [&] { image.process_recover_illuminant(true); });
-    }
-    if (plan.reflectance) {
-      run_stage(monitor, stage_reflectance,
-                [&] { image.process_recover_dichromatic_parameters(); });
-      computed_reflectance = true;
-    }
-    if (plan.materials) {
-      run_stage(monitor, stage_materials, [&] { image.process_recover_materials(); });
-    }
-    if (!plan.endmembers.empty()) {
-      run_stage(monitor, stage_classification, [&] { image.process_recover_endmembers(); });
-    }
-    if (plan.analysis) {
-      run_stage(monitor, stage_analysis,
-                [&] { image.process_analysis(image.parameters().pca_source != 0); });
-    }
-  }
-
-  // Nothing is written after an interrupt. The files are finished in one go:
-  // the CSV waits under a temporary name until the others are in place.
+// The stage runs between the monitor's marks; an interrupt that the stage
+// did not see itself ends the run as soon as it returns.
+template <typename Stage>
+void run_stage(progress_monitor& monitor, int number, Stage stage) {
   throw_if_interrupted();
-  const auto csv = csv_out ? illuminant_csv(image, *csv_out) : nullptr;
-  if (out) {
-    const bool reflectance =
-        computed_reflectance || reflectance_image || plan.materials || !plan.endmembers.empty();
-    write_image(image, *out, components_out.has_value(), data_type, reflectance);
+  monitor.begin(number);
+  stage();
+  throw_if_interrupted();
+  monitor.end();
+}
+
+// Runs the stages in their fixed order; returns whether the image now stands
+// for a reflectance (computed, or the input's).
+bool run_stages(request& r, pipeline& image, bool reflectance_image) {
+  progress_monitor monitor(std::cerr, ::isatty(STDERR_FILENO) == 1, interrupt_requested);
+  if (r.filter) {
+    // A reflectance image has no I: its reflectance is what gets filtered.
+    run_stage(monitor, stage_filter,
+              [&] { image.filter(r.filter->first, r.filter->second, reflectance_image); });
   }
-  if (pca_out) {
+  const bool needs_reflectance = r.materials || !r.endmembers.empty();
+  // The input's reflectance serves unless the image was filtered since.
+  if (needs_reflectance && !r.reflectance) {
+    r.reflectance = !((reflectance_image || !r.filter) && has_reflectance(image));
+  }
+  if (r.illuminant || r.reflectance) {
+    run_stage(monitor, stage_illuminant, [&] { image.process_recover_illuminant(true); });
+  }
+  if (r.reflectance) {
+    run_stage(monitor, stage_reflectance, [&] { image.process_recover_dichromatic_parameters(); });
+  }
+  if (r.materials) {
+    run_stage(monitor, stage_materials, [&] { image.process_recover_materials(); });
+  }
+  if (!r.endmembers.empty()) {
+    run_stage(monitor, stage_classification, [&] { image.process_recover_endmembers(); });
+  }
+  if (r.analysis) {
+    run_stage(monitor, stage_analysis,
+              [&] { image.process_analysis(image.parameters().pca_source != 0); });
+  }
+  return r.reflectance || reflectance_image || needs_reflectance;
+}
+
+// Nothing is written after an interrupt, and the files are finished together:
+// the CSV waits under a temporary name until the others are in place.
+void write_outputs(const request& r, pipeline& image, bool reflectance) {
+  throw_if_interrupted();
+  const auto csv = r.csv_out ? illuminant_csv(image, *r.csv_out) : nullptr;
+  if (r.out) {
+    write_image(image, *r.out, r.components_out, r.data_type, reflectance);
+  }
+  if (r.pca_out) {
     // The components have no wavelengths: they are numbered 1, 2, ...
     write_envi(image.principal_components(),
-               arma::regspace<vector>(1, image.principal_components().n_slices), *pca_out, 4,
+               arma::regspace<vector>(1, image.principal_components().n_slices), *r.pca_out, 4,
                false);
   }
   if (csv && !csv->commit()) {
-    throw std::runtime_error("process: Cannot write " + *csv_out);
+    throw std::runtime_error("process: Cannot write " + *r.csv_out);
   }
-  if (plan.analysis) {
+  if (r.analysis) {
     const vector& strengths = image.principal_strengths();
     std::cout << "component  singular value\n";
     for (arma::uword c = 0; c < strengths.n_elem; ++c) {
       std::cout << c + 1 << "  " << strengths(c) << "\n";
     }
   }
+}
+
+int run(const arguments& args) {
+  request r = parse(args);
+  if (r.echo) {
+    logger::instance().set_echo(true);
+  }
+  const interrupt_scope interrupts;
+  const auto source = open_image(r.in, args.flag("--from-components"));
+  const auto* envi = dynamic_cast<const hdr_input*>(source.get());
+  const bool reflectance_image = envi && envi->is_reflectance();
+  pipeline image(source);
+  image.set_parameters(r.settings.parameters());
+  if (!r.endmembers.empty()) {
+    image.set_library(read_library(r.endmembers));
+  }
+  const bool reflectance = run_stages(r, image, reflectance_image);
+  write_outputs(r, image, reflectance);
   return 0;
 }
 
