@@ -328,7 +328,9 @@ void run_stage(progress_monitor& monitor, int number, Stage stage) {
 // Runs the stages in their fixed order; returns whether the image now stands
 // for a reflectance (computed, or the input's).
 bool run_stages(request& r, pipeline& image, bool reflectance_image) {
-  progress_monitor monitor(std::cerr, ::isatty(STDERR_FILENO) == 1, interrupt_requested);
+  // The log's echo writes whole lines, which a bar redrawn in place would break.
+  const bool terminal = ::isatty(STDERR_FILENO) == 1 && !logger::instance().echo();
+  progress_monitor monitor(std::cerr, terminal, interrupt_requested);
   if (r.filter) {
     // A reflectance image has no I: its reflectance is what gets filtered.
     run_stage(monitor, stage_filter,
