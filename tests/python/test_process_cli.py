@@ -255,18 +255,20 @@ def test_recovery_runs_write_reflectance_illuminant_and_hsz(run_corv, corv_bin, 
     np.testing.assert_allclose(table[:, 1], expected.illuminant(), rtol=1e-6)
 
     # No stage option: illuminant and reflectance; ENVI gets the reflectance.
+    # (--set is no stage option; gray world keeps the run short.)
     out = tmp_path / "refl.fla"
-    done = run_corv("process", sample_header, "-o", out)
+    done = run_corv("process", sample_header, "-o", out, "--set", "illuminant_method=3")
     assert done.returncode == 0, done.stderr
     assert [s for s, _ in progress_lines(done.stderr)][-1] == "reflectance recovery"
     expected = corv.pipeline(corv.hdr_input(str(sample_header)))
+    expected.set_illuminant_method(3)
     expected.process_recover_illuminant(True)
     expected.process_recover_dichromatic_parameters()
     np.testing.assert_allclose(read(out, reflectance=True), expected.s(), rtol=1e-5, atol=1e-6)
 
     # HSZ holds the whole model: materials are discovered for it.
     hsz = tmp_path / "model.hsz"
-    done = run_corv("process", sample_header, "-o", hsz)
+    done = run_corv("process", sample_header, "-o", hsz, "--illuminant", "gray-world")
     assert done.returncode == 0, done.stderr
     assert "material discovery" in {s for s, _ in progress_lines(done.stderr)}
     saved = corv.hsz_input(str(hsz))
