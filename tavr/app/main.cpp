@@ -1,0 +1,254 @@
+// Tavrel: the viewer's entry point. Shows the splash picture, builds the main
+// window and opens the image named last on the command line; with --screenshot
+// it renders the window after the requested processing into a picture and exits.
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDockWidget>
+#include <QLinearGradient>
+#include <QPainter>
+#include <QSplashScreen>
+#include <QTimer>
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+
+#include "tavr/image_view.h"
+#include "tavr/main_window.h"
+#include "tavr/open_image_controller.h"
+
+namespace {
+
+constexpr int splash_ms = 1500;
+
+// The splash picture of the resources, or a drawn one when they are not built in.
+QPixmap splash_picture() {
+  QPixmap picture(":/tavrel/icons/Tavrel_logo.png");
+  if (!picture.isNull()) {
+    return picture;
+  }
+  picture = QPixmap(480, 260);
+  QPainter painter(&picture);
+  QLinearGradient band(0, 0, picture.width(), 0);
+  const QColor stops[] = {QColor(90, 40, 160), QColor(30, 90, 200), QColor(20, 160, 120),
+                          QColor(220, 200, 40), QColor(210, 60, 40)};
+  for (int i = 0; i < 5; ++i) {
+    band.setColorAt(i / 4.0, stops[i]);
+  }
+  painter.fillRect(picture.rect(), QColor(24, 24, 28));
+  painter.fillRect(QRect(0, 200, picture.width(), 12), band);
+  painter.setPen(Qt::white);
+  QFont title = painter.font();
+  title.setPointSize(36);
+  title.setBold(true);
+  painter.setFont(title);
+  painter.drawText(QRect(0, 40, picture.width(), 90), Qt::AlignCenter, "Tavrel");
+  QFont subtitle = painter.font();
+  subtitle.setPointSize(11);
+  subtitle.setBold(false);
+  painter.setFont(subtitle);
+  painter.drawText(QRect(0, 130, picture.width(), 40), Qt::AlignCenter,
+                   "Corvantis Visualisation Environment");
+  return picture;
+}
+
+void print_error(const QString& text) {
+  std::fprintf(stderr, "tavrel: %s\n", qPrintable(QString(text).replace("<br/>", " ")));
+}
+
+bool view_for(const QString& name, tavr::main_window& window) {
+  if (name == "color") {
+    window.view_color_();
+  } else if (name == "irradiance") {
+    window.view_irradiance_();
+  } else if (name == "reflectance") {
+    window.view_reflectance_();
+  } else if (name == "specularity") {
+    window.view_high_();
+  } else if (name == "shading") {
+    window.view_shading_();
+  } else {
+    return false;
+  }
+  return true;
+}
+
+// The command that runs every requested stage (each includes the ones before it).
+bool command_for(const QStringList& stages, tavr::processing_command& command) {
+  int highest = -1;
+  for (const QString& stage : stages) {
+    const int rank = stage == "illuminant"    ? 0
+                     : stage == "reflectance" ? 1
+                     : stage == "materials"   ? 2
+                                              : -1;
+    if (rank < 0) {
+      return false;
+    }
+    highest = std::max(highest, rank);
+  }
+  command = highest == 0   ? tavr::processing_command::illuminant
+            : highest == 1 ? tavr::processing_command::reflectance
+                           : tavr::processing_command::materials;
+  return highest >= 0;
+}
+
+// The screenshot run: open, process, show the view, plot the centre pixel, grab.
+class screenshot_run : public QObject {
+ public:
+  screenshot_run(tavr::main_window& window, QString image, QString view, QStringList stages,
+                 QString file)
+      : window_(window),
+        image_(std::move(image)),
+        view_(std::move(view)),
+        stages_(std::move(stages)),
+        file_(std::move(file)) {
+    QObject::connect(&window_, &tavr::main_window::message_reported, this,
+                     [this] { reported_ = true; });
+  }
+
+  void start() {
+    window_.show();
+    if (!window_.open_image(image_)) {
+      finish(1);
+      return;
+    }
+    if (stages_.isEmpty()) {
+      after_processing();
+      return;
+    }
+    tavr::processing_command command{};
+    command_for(stages_, command);
+    QObject::connect(&window_.processing(), &tavr::processing_controller::finished, this,
+                     [this](const std::shared_ptr<tavr::hs_image>&, const QString& message) {
+                       if (!message.isEmpty()) {
+                         finish(1);
+                         return;
+                       }
+                       after_processing();
+                     });
+    if (!window_.process(command)) {
+      print_error("processing could not start");
+      finish(1);
+    }
+  }
+
+ private:
+  void after_processing() {
+    reported_ = false;
+    view_for(view_, window_);
+    if (reported_ || !window_.view().has_picture()) {
+      finish(1);
+      return;
+    }
+    // Fill the view with the picture, enlarging it if need be, so that it can be seen.
+    tavr::image_view& view = window_.view();
+    const QRectF picture = view.picture_rect();
+    const QSize port = view.viewport()->size();
+    view.scale_to(0.96 *
+                  std::min(port.width() / picture.width(), port.height() / picture.height()));
+    view.centre_on_picture();
+    const QPointF centre(std::floor(picture.width() / 2) + 0.5,
+                         std::floor(picture.height() / 2) + 0.5);
+    window_.view().mark_point(centre);
+    window_.add_plot_curve_(centre);
+    window_.pixel_inspect_(centre);
+    // Let the docks and plots lay out and paint before the grab.
+    QTimer::singleShot(300, this, [this] {
+      if (!window_.grab().save(file_)) {
+        print_error("could not save the screenshot " + file_);
+        finish(1);
+        return;
+      }
+      finish(0);
+    });
+  }
+
+  void finish(int code) { QCoreApplication::exit(code); }
+
+  tavr::main_window& window_;
+  QString image_;
+  QString view_;
+  QStringList stages_;
+  QString file_;
+  bool reported_ = false;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QApplication app(argc, argv);
+  QApplication::setOrganizationName(tavr::settings_organisation);
+  QApplication::setApplicationName(tavr::settings_application);
+  QApplication::setApplicationVersion(tavr::viewer_version);
+
+  QCommandLineParser parser;
+  parser.setApplicationDescription("Tavrel, the Corvantis hyperspectral image viewer.");
+  parser.addHelpOption();
+  parser.addVersionOption();
+  const QCommandLineOption screenshot(
+      "screenshot", "Render the window into FILE (after any processing) and exit.", "FILE");
+  const QCommandLineOption view(
+      "view", "View shown: color, irradiance, reflectance, specularity or shading.", "VIEW",
+      "color");
+  const QCommandLineOption process(
+      "process", "Comma-separated stages to run first: illuminant, reflectance, materials.",
+      "STAGES");
+  parser.addOption(screenshot);
+  parser.addOption(view);
+  parser.addOption(process);
+  parser.addPositionalArgument("IMAGE", "An image (.hdr, .hsz, .tif) or workspace (.tvw).");
+  parser.process(app);
+
+  const QString view_name = parser.value(view);
+  const QStringList stages = parser.value(process).split(',', Qt::SkipEmptyParts);
+  tavr::processing_command command{};
+  if (!QStringList{"color", "irradiance", "reflectance", "specularity", "shading"}.contains(
+          view_name)) {
+    print_error("unknown view '" + view_name + "'");
+    return 2;
+  }
+  if (!stages.isEmpty() && !command_for(stages, command)) {
+    print_error("unknown stage in '" + parser.value(process) + "'");
+    return 2;
+  }
+  const QStringList positional = parser.positionalArguments();
+  const tavr::startup_file startup =
+      tavr::startup_file_of(QStringList{app.applicationFilePath()} + positional);
+
+  if (parser.isSet(screenshot)) {
+    if (startup.what != tavr::startup_file::kind::image) {
+      print_error(positional.isEmpty() ? QString("--screenshot needs an image")
+                                       : "no image file " + positional.back());
+      return 2;
+    }
+    tavr::main_window window;
+    window.set_interactive(false);
+    QObject::connect(&window, &tavr::main_window::message_reported,
+                     [](const QString&, const QString& text) { print_error(text); });
+    window.resize(1400, 860);
+    screenshot_run run(window, startup.path, view_name, stages, parser.value(screenshot));
+    QTimer::singleShot(0, &run, [&run] { run.start(); });
+    return app.exec();
+  }
+
+  QSplashScreen splash(splash_picture());
+  splash.show();
+  app.processEvents();
+
+  tavr::main_window window;
+  QTimer::singleShot(splash_ms, &splash, &QWidget::close);
+  QTimer::singleShot(splash_ms, &window, &QWidget::show);
+  // The docks the restored layout left open appear together with the window.
+  for (QDockWidget* dock : window.startup_docks()) {
+    if (!dock->isHidden()) {
+      dock->hide();
+      QTimer::singleShot(splash_ms, dock, &QWidget::show);
+    }
+  }
+  if (startup.what == tavr::startup_file::kind::workspace) {
+    window.open_workspace(startup.path);
+  } else if (startup.what == tavr::startup_file::kind::image) {
+    window.open_image(startup.path);
+  }
+  return app.exec();
+}
