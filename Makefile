@@ -31,6 +31,15 @@ run: build
 	$(BUILD_DIR)/bin/corv info $(SAMPLE)
 	$(BUILD_DIR)/bin/corv convert $(SAMPLE) $(RUN_OUT)/sample16.fla --data-type 2
 	@cat $(RUN_OUT)/sample16.hdr
+	@# The viewer; without a display it renders itself into a picture (TAVREL_ARGS
+	@# adds options such as --process illuminant,reflectance or --view reflectance).
+	@if [ -n "$$DISPLAY" ]; then \
+	  $(BUILD_DIR)/bin/tavrel $(TAVREL_ARGS) $(SAMPLE); \
+	else \
+	  xvfb-run -a $(BUILD_DIR)/bin/tavrel --screenshot $(BUILD_DIR)/tavrel-screenshot.png \
+	    $(TAVREL_ARGS) $(SAMPLE) </dev/null && \
+	  echo "Tavrel screenshot: $(BUILD_DIR)/tavrel-screenshot.png"; \
+	fi
 
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
