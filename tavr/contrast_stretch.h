@@ -14,7 +14,7 @@ float cumulative_cutoff(corv::vector values, double fraction);
 // 0 and the value at the `high` fraction 255, clamped to 0..255. Only pixels
 // where `keep` (rows x columns) is non-zero count towards the distribution and
 // are changed; the others are set to 0. A channel whose two cut-off values are
-// equal is left as it is.
+// equal keeps its values (the ignored pixels still become 0).
 void stretch_contrast(corv::cube& channels, const arma::umat& keep, double low, double high);
 
 }  // namespace tavr

@@ -55,6 +55,8 @@ class settings_dialog : public QDialog {
   QWidget* build_output_tab();
   QWidget* build_logger_tab();
   void connect_dirty_slots();
+  // Puts the values in the fields (change flags follow the changes).
+  void show_values(const processing_settings& values);
 
   QComboBox* filter_method_ = nullptr;
   QSpinBox* filter_size_ = nullptr;
