@@ -12,6 +12,7 @@
 
 #include "corv/io/types.h"
 #include "corv/pipeline/pipeline.h"
+#include "tavr/colour_renderer.h"
 
 namespace tavr {
 
@@ -103,6 +104,11 @@ class hs_image : public QObject {
   const processing_selection& selection() const { return selection_; }
   void set_selection(const processing_selection& value) { selection_ = value; }
 
+  // The choices of the image rendering dialog for this image.
+  rendering_options& rendering() { return rendering_; }
+  const rendering_options& rendering() const { return rendering_; }
+  void set_rendering(const rendering_options& value) { rendering_ = value; }
+
   // Whether crop, resize and band removal change the reflectance rather than
   // the image (default false).
   bool prepare_reflectance() const { return prepare_reflectance_; }
@@ -163,6 +169,7 @@ class hs_image : public QObject {
   QString workspace_name_;
   int verbosity_ = 2;
   processing_selection selection_;
+  rendering_options rendering_;
   bool prepare_reflectance_ = false;
   QList<operation_record> history_;
   QList<operation_record> redo_;
