@@ -217,6 +217,13 @@ QString image_view::hover_text_at(const QPointF& scene_point) const {
       break;
     }
   }
+  if (hover_lookup_) {
+    const QString more =
+        hover_lookup_(QPoint(static_cast<int>(scene_point.x()), static_cast<int>(scene_point.y())));
+    if (!more.isEmpty()) {
+      text += "  " + more;
+    }
+  }
   return text;
 }
 

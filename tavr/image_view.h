@@ -8,6 +8,7 @@
 #include <QRectF>
 #include <QString>
 #include <QUrl>
+#include <functional>
 
 #include "tavr/view_geometry.h"
 
@@ -68,8 +69,11 @@ class image_view : public QGraphicsView {
   // files through main_open_image under an "Opening Images" progress dialog.
   void open_dropped(const QList<QUrl>& urls);
 
-  // Text for the pixel under a scene point ("x: 3, y: 4", plus the polygon's label).
+  // Text for the pixel under a scene point ("x: 3, y: 4", plus the polygon's
+  // label and what the lookup tells of the pixel, such as its material).
   QString hover_text_at(const QPointF& scene_point) const;
+  using pixel_lookup = std::function<QString(const QPoint& pixel)>;
+  void set_hover_lookup(pixel_lookup lookup) { hover_lookup_ = std::move(lookup); }
 
  public Q_SLOTS:
   void zoom_in_();
@@ -110,6 +114,7 @@ class image_view : public QGraphicsView {
   QGraphicsLineItem* guide_ = nullptr;
   QList<QGraphicsPolygonItem*> polygons_;
   polygon_builder builder_;
+  pixel_lookup hover_lookup_;
   bool polygon_mode_ = false;
   bool pressed_ = false;
   QPoint press_view_position_;

@@ -322,6 +322,7 @@ void main_window::connect_view() {
   connect(view_, &image_view::main_open_workspace, this, &main_window::main_open_workspace);
   connect(view_, &image_view::hover_text, hover_label_, &QLabel::setText);
   connect(view_, &image_view::action_polygon_enable, actions_->polygon_tool, &QAction::setChecked);
+  view_->set_hover_lookup([this](const QPoint& pixel) { return material_at(pixel); });
   connect(this, &main_window::main_open_image, this, &main_window::open_image);
   connect(this, &main_window::main_open_workspace, this, &main_window::open_workspace);
 }

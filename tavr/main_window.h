@@ -159,6 +159,8 @@ class main_window : public QMainWindow {
   void show_processing_progress_(const tavr::stage_progress& progress);
   void show_cancel_dialog_();
   void show_principal_component_(QListWidgetItem* item);
+  // "Material <n>" for a pixel of the current image's material map (empty when none).
+  QString material_at(const QPoint& pixel) const;
   // Asks for a file name to save under, remembering its folder in `remembered`.
   QString ask_save_name(const QString& title, const QString& filter, QString& remembered);
 

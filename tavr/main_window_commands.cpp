@@ -11,6 +11,7 @@
 #include <QProgressDialog>
 #include <QRegularExpression>
 #include <QThreadPool>
+#include <cmath>
 #include <exception>
 
 #include "corv/io/logger.h"
@@ -410,6 +411,21 @@ void main_window::show_principal_component_(QListWidgetItem* item) {
   corv::matrix layer = components.slice(index);
   layer -= layer.min();
   view_->show_picture(colour_renderer::grey_image(layer), no_fit);
+}
+
+QString main_window::material_at(const QPoint& pixel) const {
+  const auto image = current_image();
+  if (image == nullptr || processing_.running()) {
+    return QString();
+  }
+  const corv::matrix* map = component_or_null(image->pipeline(), &corv::pipeline::material_map);
+  if (map == nullptr || pixel.y() < 0 || pixel.x() < 0 ||
+      pixel.y() >= static_cast<int>(map->n_rows) || pixel.x() >= static_cast<int>(map->n_cols)) {
+    return QString();
+  }
+  const float number = (*map)(pixel.y(), pixel.x());
+  return std::isfinite(number) ? QString("Material %1").arg(static_cast<int>(number) + 1)
+                               : QString();
 }
 
 void main_window::refresh_result_plots() {

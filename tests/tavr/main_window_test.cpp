@@ -136,8 +136,8 @@ class main_window_test : public QObject {
     Q_EMIT window.view().selection_rect_set(QRectF(1, 1, 4, 2));
     QCOMPARE(window.plots().source_plot().further_curve_count(), 8);
 
-    // A second image becomes current; closing it returns to the first.
-    QVERIFY(window.open_image(sample));
+    // A second image (dropped on the view) becomes current; closing it returns to the first.
+    Q_EMIT window.view().main_open_image(sample);
     QCOMPARE(window.images().size(), 2);
     QCOMPARE(list->currentRow(), 1);
     window.close_image_();
@@ -150,6 +150,10 @@ class main_window_test : public QObject {
     QCOMPARE(messages.back().at(0).toString(), QString("Tavrel"));
     window.view_irradiance_();
     QCOMPARE(window.current_view(), tavr::component_view::irradiance);
+
+    Q_EMIT window.view().main_open_workspace(dir.filePath("w.tvw"));
+    QCOMPARE(messages.back().at(0).toString(), QString("Open Workspace"));
+    QCOMPARE(window.images().size(), 1);
 
     window.close_all_images_();
     QVERIFY(window.images().isEmpty());
@@ -183,6 +187,16 @@ class main_window_test : public QObject {
     auto* pca = window.findChild<QDockWidget*>("PCA_Dock")->findChild<QListWidget*>();
     QCOMPARE(pca->count(), 4);
     QVERIFY(pca->item(0)->text().startsWith("PC 1 ("));
+
+    // Cancelling swaps the progress dialog for the cancel dialog until the run ends.
+    QVERIFY(window.process(tavr::processing_command::analysis));
+    Q_EMIT window.process_dialog().canceled();  // what its Cancel button sends
+    QVERIFY(!window.process_dialog().isVisible());
+    QVERIFY(window.cancel_dialog().isVisible());
+    QCOMPARE(window.cancel_dialog().labelText(), QString("Cancelling Pipeline"));
+    QVERIFY(finished.wait(60000));
+    QCOMPARE(finished.back().at(1).toString(), QString());
+    QVERIFY(!window.cancel_dialog().isVisible());
   }
 };
 
