@@ -349,14 +349,15 @@ scene noisy_scene(const vector& illuminant, float sigma, arma::uword patch) {
   return s;
 }
 
-scene saturated_scene(const vector& illuminant, arma::uword patch) {
+scene saturated_scene(const vector& illuminant, float peak, arma::uword patch) {
   scene_layout layout = domed_layout();
   add_highlights(layout, patch, highlight_peak, highlight_sigma);
   const std::vector<material> materials = library_materials(tile_materials());
   // The exposure of the specular scene, so that only the extra highlight clips.
   const double exposure = exposure_for(layout, materials, illuminant, scene_exposure_fraction);
-  const double centre = 1.5 * static_cast<double>(patch) - 0.5;
-  add_highlight(layout, centre, centre, 4.0f, highlight_sigma);
+  const double centre = (static_cast<double>(patch) - 1.0) / 2.0;
+  add_highlight(layout, static_cast<double>(patch) + centre,
+                4.0 * static_cast<double>(patch) + centre, peak, highlight_sigma);
   return render("saturated", layout, materials, illuminant, exposure);
 }
 

@@ -109,8 +109,9 @@ scene shaded_scene(const vector& illuminant);  // a shading dome on every tile
 scene specular_scene(const vector& illuminant, arma::uword patch = 20);
 // The specular scene with Gaussian noise of `sigma` counts.
 scene noisy_scene(const vector& illuminant, float sigma, arma::uword patch = 20);
-// The specular scene with one highlight far beyond the full scale, clipped.
-scene saturated_scene(const vector& illuminant, arma::uword patch = 20);
+// The specular scene with a second highlight of the given peak in patch (1, 4)
+// of that grid, on the brightest material, clipped at the full scale.
+scene saturated_scene(const vector& illuminant, float peak = 0.6f, arma::uword patch = 20);
 // Four flat materials in the quadrants of a 128 x 128 image.
 scene quadrant_scene(const vector& illuminant);
 

@@ -138,7 +138,7 @@ TEST(synthetic_scene_test, scenes_hold_what_the_recovery_tests_rely_on) {
   EXPECT_TRUE(arma::approx_equal(noisy.I, test::noisy_scene(L, 12.0f).I, "absdiff", 0.0f));
   EXPECT_TRUE(arma::approx_equal(noisy.k, specular.k, "absdiff", 0.0f));
 
-  // Saturation: one highlight clipped at the full scale, inside patch (1, 1) only.
+  // Saturation: one highlight clipped at the full scale, inside patch (1, 4) only.
   const test::scene saturated = test::saturated_scene(L);
   EXPECT_GT(saturated.saturated, 100u);
   EXPECT_EQ(saturated.I.max(), test::sensor_full_scale);
@@ -146,7 +146,7 @@ TEST(synthetic_scene_test, scenes_hold_what_the_recovery_tests_rely_on) {
   EXPECT_EQ(clipped.n_elem, saturated.saturated);
   for (const arma::uword i : clipped) {
     const arma::uvec where = arma::ind2sub(arma::size(saturated.I), i);
-    EXPECT_TRUE(where(0) >= 20 && where(0) < 40 && where(1) >= 20 && where(1) < 40);
+    EXPECT_TRUE(where(0) >= 20 && where(0) < 40 && where(1) >= 80 && where(1) < 100);
   }
   const cube outside = saturated.I.tube(60, 60, 119, 119);
   EXPECT_TRUE(
