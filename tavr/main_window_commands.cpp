@@ -592,18 +592,27 @@ void main_window::show_corvantis_settings_() {
   }
   corv::pipeline& p = image->pipeline();
   processing_values_.apply_to(*image);
-  // A later stage depends on every earlier one.
+  // A later stage depends on every earlier one. A reflectance the user opened is
+  // not a recovery result and stays.
   if (settings_dialog_->illuminant_dirty() || settings_dialog_->component_dirty()) {
-    p.reset_components(false);
+    p.reset_components(image->mode() != hs_image::open_mode::reflectance);
   } else if (settings_dialog_->material_dirty()) {
-    const corv::vector illuminant = p.illuminant();
-    const corv::matrix k = p.k();
-    const corv::matrix g = p.g();
+    const corv::vector* illuminant = component_or_null(p, &corv::pipeline::illuminant);
+    const corv::matrix* k = component_or_null(p, &corv::pipeline::k);
+    const corv::matrix* g = component_or_null(p, &corv::pipeline::g);
+    const corv::vector kept_illuminant = illuminant ? *illuminant : corv::vector();
+    const corv::matrix kept_k = k ? *k : corv::matrix();
+    const corv::matrix kept_g = g ? *g : corv::matrix();
     p.reset_components(false);
-    p.set_illuminant(illuminant);
-    p.set_k(k);
-    p.set_g(g);
+    if (!kept_illuminant.empty()) {
+      p.set_illuminant(kept_illuminant);
+    }
+    if (!kept_k.empty() && !kept_g.empty()) {
+      p.set_k(kept_k);
+      p.set_g(kept_g);
+    }
   }
+  refresh_result_plots();
   rebuild_image_docks();
 }
 
