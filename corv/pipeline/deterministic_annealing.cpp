@@ -82,6 +82,24 @@ void separate_twins(twin_centres& state) {
   }
 }
 
+// sum of w[p] x[p] over n values, in eight independent lanes so that the
+// compiler can keep them in vector registers (a single running sum would
+// have to be added in order).
+inline float weighted_sum(const float* w, const float* x, arma::uword n) {
+  float lanes[8] = {0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f, 0.0f};
+  arma::uword p = 0;
+  for (; p + 8 <= n; p += 8) {
+    for (arma::uword l = 0; l < 8; ++l) {
+      lanes[l] += w[p + l] * x[p + l];
+    }
+  }
+  for (; p < n; ++p) {
+    lanes[0] += w[p] * x[p];
+  }
+  return ((lanes[0] + lanes[4]) + (lanes[1] + lanes[5])) +
+         ((lanes[2] + lanes[6]) + (lanes[3] + lanes[7]));
+}
+
 // One pass over the spectra at temperature T: associations, their largest
 // change since the previous pass (when compare is set), and the
 // association-weighted sums and masses of every centre.
@@ -148,7 +166,10 @@ pass_totals associate_all(const matrix& spectra, const twin_centres& state, floa
         for (arma::uword j = 0; j < centres; ++j) {
           float* w = &weights[j * tile];
           for (arma::uword p = 0; p < n; ++p) {
-            w[p] = std::exp(w[p] - largest[p]);
+            // Far centres (most of them at low temperatures) underflow to 0
+            // anyway: skip the exponential.
+            const float exponent = w[p] - largest[p];
+            w[p] = exponent > -88.0f ? std::exp(exponent) : 0.0f;
             total[p] += w[p];
           }
         }
@@ -175,12 +196,7 @@ pass_totals associate_all(const matrix& spectra, const twin_centres& state, floa
           }
           mass(j) += weight_sum;
           for (arma::uword b = 0; b < bands; ++b) {
-            const float* x = spectra.colptr(b) + p0;
-            float sum = 0.0f;
-            for (arma::uword p = 0; p < n; ++p) {
-              sum += w[p] * x[p];
-            }
-            sums(b, j) += sum;
+            sums(b, j) += weighted_sum(w, spectra.colptr(b) + p0, n);
           }
         }
       }

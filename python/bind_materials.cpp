@@ -1,0 +1,122 @@
+// Material discovery: corv.recover_materials, corv.deterministic_annealing and
+// corv.generate_elements. The computations run without the GIL, so that
+// another Python thread can ask corv.logger for an abort meanwhile.
+#include <pybind11/stl.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "corv/pipeline/materials.h"
+#include "python/convert.h"
+#include "python/registry.h"
+
+namespace corv::python {
+
+namespace {
+
+// The arrays are read where they lie (pybind11 has already made them float32
+// in Fortran order): only their buffers are touched, which needs no GIL.
+cube cube_view(const float_array& a) {
+  if (a.ndim() != 3) {
+    throw py::value_error("expected a 3-D array (rows, columns, bands), got " +
+                          std::to_string(a.ndim()) + "-D");
+  }
+  return cube(const_cast<float*>(a.data()), a.shape(0), a.shape(1), a.shape(2), false, true);
+}
+
+matrix matrix_view(const float_array& a) {
+  if (a.ndim() != 2) {
+    throw py::value_error("expected a 2-D array (rows, columns), got " + std::to_string(a.ndim()) +
+                          "-D");
+  }
+  return matrix(const_cast<float*>(a.data()), a.shape(0), a.shape(1), false, true);
+}
+
+}  // namespace
+
+const binder materials_part(46, [](py::module_& m) {
+  py::class_<material_result>(m, "material_result",
+                              "What material discovery found; element numbers count from 0.")
+      .def_property_readonly(
+          "elements", [](const material_result& r) { return to_numpy(r.elements); },
+          "bands x m, one unit-norm spectrum per column")
+      .def_property_readonly(
+          "abundances", [](const material_result& r) { return to_numpy(r.abundances); },
+          "rows x columns x N weights, largest first")
+      .def_property_readonly(
+          "abundance_indexes",
+          [](const material_result& r) { return to_numpy(r.abundance_indexes); },
+          "rows x columns x N element numbers of the weights")
+      .def_property_readonly(
+          "map", [](const material_result& r) { return to_numpy(r.map); },
+          "rows x columns, each pixel's strongest element");
+
+  m.attr("MATERIALS_FULL") = static_cast<int>(MATERIALS_FULL);
+  m.attr("MATERIALS_SHRUNK") = static_cast<int>(MATERIALS_SHRUNK);
+  m.attr("MATERIALS_SAMPLED") = static_cast<int>(MATERIALS_SAMPLED);
+
+  m.def(
+      "recover_materials",
+      [](const float_array& s, const std::optional<float_array>& g, int max_clusters, int subsample,
+         int materials_per_pixel, float max_temperature, float min_temperature, float cooling_rate,
+         float split_threshold, int mode, int verbosity) {
+        material_parameters settings;
+        settings.max_clusters = max_clusters;
+        settings.subsample = subsample;
+        settings.materials_per_pixel = materials_per_pixel;
+        settings.max_temperature = max_temperature;
+        settings.min_temperature = min_temperature;
+        settings.cooling_rate = cooling_rate;
+        settings.split_threshold = split_threshold;
+        return recover_materials(cube_view(s), g ? matrix_view(*g) : matrix(), settings, mode,
+                                 verbosity);
+      },
+      py::call_guard<py::gil_scoped_release>(), py::arg("s"), py::arg("g") = py::none(),
+      py::arg("max_clusters") = 20, py::arg("subsample") = 3, py::arg("materials_per_pixel") = 5,
+      py::arg("max_temperature") = 0.02f, py::arg("min_temperature") = 0.00025f,
+      py::arg("cooling_rate") = 0.8f, py::arg("split_threshold") = -1.0f,
+      py::arg("mode") = static_cast<int>(MATERIALS_SHRUNK), py::arg("verbosity") = 0,
+      "Discovers the materials of the reflectance cube s (rows, columns, bands) by "
+      "deterministic annealing and mixes every pixel from its materials_per_pixel strongest. "
+      "g: the shading (rows, columns) or None; unlit pixels (g <= 0) are not clustered. mode: 0 "
+      "every pixel, 1 the image shrunk 2^subsample times, 2 a quarter of the shrunk image's "
+      "pixels. Returns a material_result.");
+
+  m.def(
+      "deterministic_annealing",
+      [](const float_array& spectra, float max_temperature, float min_temperature,
+         float cooling_rate, float split_threshold, int max_clusters, int verbosity) {
+        matrix centres;
+        {
+          py::gil_scoped_release release;
+          centres = deterministic_annealing(matrix_view(spectra), max_temperature, min_temperature,
+                                            cooling_rate, split_threshold, max_clusters, verbosity);
+        }
+        return to_numpy(centres);
+      },
+      py::arg("spectra"), py::arg("max_temperature") = 0.02f, py::arg("min_temperature") = 0.00025f,
+      py::arg("cooling_rate") = 0.8f, py::arg("split_threshold") = -1.0f,
+      py::arg("max_clusters") = 20, py::arg("verbosity") = 0,
+      "Clusters spectra (bands, count) by their directions; returns the centres (bands, m), not "
+      "normalised.");
+
+  m.def(
+      "generate_elements",
+      [](const float_array& elements, const float_array& s, int materials_per_pixel,
+         int verbosity) {
+        cube abundances, indexes;
+        {
+          py::gil_scoped_release release;
+          generate_elements(matrix_view(elements), cube_view(s), materials_per_pixel, verbosity,
+                            abundances, indexes);
+        }
+        return std::make_pair(to_numpy(abundances), to_numpy(indexes));
+      },
+      py::arg("elements"), py::arg("s"), py::arg("materials_per_pixel") = 5,
+      py::arg("verbosity") = 0,
+      "Mixes every pixel of s from its materials_per_pixel strongest elements (bands, m). "
+      "Returns (abundances, element numbers from 0), both (rows, columns, materials_per_pixel).");
+});
+
+}  // namespace corv::python
