@@ -21,6 +21,7 @@
 #include "tavr/main_window_actions.h"
 #include "tavr/plots/pixel_dialog.h"
 #include "tavr/plots/plot.h"
+#include "tavr/rendering_dialog.h"
 #include "tavr/settings_dialog.h"
 
 namespace tavr {
@@ -61,6 +62,7 @@ main_window::main_window(QSettings* settings, QWidget* parent)
   plots_ = new plot(this);
   pixel_dialog_ = new pixel_dialog(this);
   settings_dialog_ = new settings_dialog(this);
+  rendering_dialog_ = new rendering_dialog(this);
 
   process_dialog_ =
       new QProgressDialog("Running Corvantis", "Cancel", 0, processing_progress_maximum, this);
@@ -135,6 +137,7 @@ void main_window::build_actions() {
   a.by_cube->setChecked(true);
   connect(normalize_group_, &QActionGroup::triggered, this,
           &main_window::change_normalize_band_option_);
+  a.rendering = make_action(this, "Image Rendering...", "", &main_window::show_image_rendering_);
 
   auto* views = new QActionGroup(this);
   a.color = make_action(this, "Color", "Alt+1", &main_window::view_color_);
@@ -204,6 +207,7 @@ void main_window::build_menus() {
   QMenu* normalise = image->addMenu("Normalize Band");
   normalise->addAction(a.by_cube);
   normalise->addAction(a.by_band);
+  image->addAction(a.rendering);
 
   QMenu* view = menuBar()->addMenu("View");
   for (QAction* action : {a.color, a.irradiance, a.reflectance, a.specularity, a.shading}) {

@@ -28,6 +28,7 @@ namespace tavr {
 
 class image_view;
 class pixel_dialog;
+class rendering_dialog;
 class plot;
 class settings_dialog;
 struct open_command;
@@ -92,6 +93,7 @@ class main_window : public QMainWindow {
   void remove_image_band_();
   void crop_image_();
   void change_normalize_band_option_(QAction* action);
+  void show_image_rendering_();
 
   void view_color_();
   void view_irradiance_();
@@ -181,6 +183,7 @@ class main_window : public QMainWindow {
   plot* plots_ = nullptr;
   pixel_dialog* pixel_dialog_ = nullptr;
   settings_dialog* settings_dialog_ = nullptr;
+  rendering_dialog* rendering_dialog_ = nullptr;
   QProgressDialog* process_dialog_ = nullptr;
   QProgressDialog* cancel_dialog_ = nullptr;
   QLabel* hover_label_ = nullptr;

@@ -29,6 +29,7 @@ struct main_window::actions {
   QAction* crop = nullptr;
   QAction* by_cube = nullptr;
   QAction* by_band = nullptr;
+  QAction* rendering = nullptr;
   QAction* color = nullptr;
   QAction* irradiance = nullptr;
   QAction* reflectance = nullptr;

@@ -25,6 +25,7 @@
 #include "tavr/plots/pixel_values.h"
 #include "tavr/plots/plot.h"
 #include "tavr/recent_files.h"
+#include "tavr/rendering_dialog.h"
 #include "tavr/settings_dialog.h"
 
 namespace tavr {
@@ -119,9 +120,9 @@ bool main_window::open_files(const QStringList& files, const open_command& comma
   progress.setMinimumDuration(interactive_ ? 0 : 1000000);
   // The picture is rendered while opening, so that a file that cannot be shown
   // is reported with the others that failed.
-  open_image_controller opener([this](const QString& path, hs_image::open_mode mode) {
+  open_image_controller opener([](const QString& path, hs_image::open_mode mode) {
     auto image = std::make_shared<hs_image>(path, mode);
-    renderer_.render_colour(image->pipeline());
+    colour_renderer(image->rendering()).render_colour(image->pipeline());
     return image;
   });
   const open_image_controller::result opened =
@@ -240,6 +241,7 @@ bool main_window::render_current(const QString& fit_mode) {
     return false;
   }
   QImage picture;
+  renderer_.set_options(image->rendering());
   try {
     picture = renderer_.render(image->pipeline(), view_kind_, -1, normalisation_);
     if (abundance_layer_) {
@@ -327,6 +329,25 @@ void main_window::change_normalize_band_option_(QAction* action) {
   normalisation_ =
       action == actions_->by_band ? band_normalisation::by_band : band_normalisation::by_cube;
   render_current(no_fit);
+}
+
+void main_window::show_image_rendering_() {
+  const auto image = current_image();
+  if (image == nullptr) {
+    return;
+  }
+  const corv::vector* wavelengths =
+      component_or_null(image->pipeline(), &corv::pipeline::wavelengths);
+  rendering_dialog_->set_options(image->rendering(), wavelengths ? *wavelengths : corv::vector());
+  if (rendering_dialog_->exec() != QDialog::Accepted) {
+    return;
+  }
+  const rendering_options previous = image->rendering();
+  image->set_rendering(rendering_dialog_->options());
+  if (!render_current(no_fit)) {
+    image->set_rendering(previous);
+    render_current(no_fit);
+  }
 }
 
 void main_window::view_fit_to_window_() {

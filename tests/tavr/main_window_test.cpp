@@ -68,7 +68,7 @@ class main_window_test : public QObject {
           "Material Reflectances...", "Illumination Spectrum...", "Import Illumination Spectrum...",
           "Remove Bands", "Show Material Abundance Layer", "Fit to Window", "Actual Size",
           "Recover Illuminant", "Recover Reflectance", "Run Material Discovery", "Run Analysis",
-          "Pixel Inspector...", "About"}) {
+          "Pixel Inspector...", "About", "Image Rendering..."}) {
       QVERIFY2(action_named(window, text) != nullptr, qPrintable(text));
     }
     QCOMPARE(action_named(window, "Open Image...")->toolTip(), QString("Open Image"));
