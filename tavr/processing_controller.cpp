@@ -1,5 +1,7 @@
 #include "tavr/processing_controller.h"
 
+#include <QThreadPool>
+
 #include "corv/io/logger.h"
 
 namespace tavr {
@@ -52,8 +54,10 @@ processing_controller::processing_controller(QObject* parent) : QObject(parent) 
 
 processing_controller::~processing_controller() {
   if (image_ != nullptr) {
-    // The run holds a reference to its image through the pool; make it stop soon.
+    // The run works on the image this controller keeps alive: stop it and wait.
     corv::logger::instance().request_abort();
+    QThreadPool::globalInstance()->waitForDone();
+    corv::logger::instance().clear_progress();
   }
 }
 
