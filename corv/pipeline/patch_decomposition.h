@@ -21,6 +21,26 @@ struct patch_decomposition {
 patch_decomposition decompose_patch(const cube& patch, const vector& illuminant,
                                     float smoothness, int verbosity);
 
+// A patch's pixels with the plane they span, found once so that a patch can be
+// decomposed against many illuminants without repeating the decomposition of
+// its pixels.
+struct patch_plane {
+  arma::uword rows = 0, cols = 0;
+  arma::mat spectra;      // bands x (rows * cols), pixel (r, c) in column r + c * rows
+  arma::mat basis;        // bands x 2, orthonormal, the strongest two directions
+  arma::mat coordinates;  // 2 x (rows * cols), basis' * spectra
+};
+
+// Orthonormal basis of the plane that best holds the columns of `spectra` (the
+// two leading left singular vectors); fewer columns when there are fewer bands.
+arma::mat dichromatic_basis(const arma::mat& spectra);
+
+patch_plane find_patch_plane(const cube& patch);
+
+// As decompose_patch, on a plane found before.
+patch_decomposition decompose_patch(const patch_plane& plane, const vector& illuminant,
+                                    float smoothness, int verbosity);
+
 }  // namespace corv
 
 #endif
