@@ -323,7 +323,7 @@ QString hs_image::settings_summary() const {
   const processing_selection& chosen = selection_;
   QString text = QStringLiteral("Pipeline settings:");
   text += QStringLiteral("\nFilter image: ") + yes_no(chosen.filter_image);
-  text += QStringLiteral("\nFaster illumination estimation: ") + yes_no(!p.second_illuminant);
+  text += QStringLiteral("\nFaster illumination estimation: ") + yes_no(p.second_illuminant);
   text += QStringLiteral("\nIllumination Smoothness level: ") +
           QString::number(static_cast<double>(p.spatial_smoothness));
   text += QStringLiteral("\nIlluminant patch size: ") + QString::number(p.illuminant_patch_size);

@@ -22,7 +22,7 @@ void processing_settings::apply_to(corv::pipeline& pipeline) const {
   pipeline.set_verbosity(verbosity);
   pipeline.set_filter_size(filter_size);
   pipeline.set_illuminant_method(illuminant_method);
-  pipeline.set_second_illuminant(!faster_illumination);
+  pipeline.set_second_illuminant(faster_illumination);
   pipeline.set_spatial_smoothness(static_cast<float>(spatial_smoothness));
   pipeline.set_illuminant_patch_size(illuminant_patch_size);
   pipeline.set_neighbourhood_size(neighbourhood_size);
@@ -75,7 +75,7 @@ processing_settings settings_from(const corv::parameters& p) {
   processing_settings values;
   values.filter_size = p.filter_size;
   values.illuminant_method = p.illuminant_method;
-  values.faster_illumination = !p.second_illuminant;
+  values.faster_illumination = p.second_illuminant;
   values.spatial_smoothness = static_cast<int>(p.spatial_smoothness);
   values.illuminant_patch_size = p.illuminant_patch_size;
   values.neighbourhood_size = p.neighbourhood_size;

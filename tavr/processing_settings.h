@@ -27,8 +27,8 @@ struct processing_settings {
   int filter_method = corv::FILTER_WIENER;  // a corv::FILTER_METHOD
   int filter_size = 5;
   // Illuminant recovery
-  int illuminant_method = 0;         // 0 ORBEK ... 5 White Patch
-  bool faster_illumination = false;  // skips the second illuminant estimate
+  int illuminant_method = 0;        // 0 ORBEK ... 5 White Patch
+  bool faster_illumination = true;  // the pipeline's second illuminant switch
   int spatial_smoothness = 50;
   int illuminant_patch_size = 20;
   // Reflectance recovery

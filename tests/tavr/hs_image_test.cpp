@@ -318,7 +318,7 @@ void hs_image_test::settings_summary_lists_the_choices() {
   image.set_selection(selection);
   const QString summary = image.settings_summary();
   QVERIFY(summary.startsWith(
-      QStringLiteral("Pipeline settings:\nFilter image: No\nFaster illumination estimation: Yes\n"
+      QStringLiteral("Pipeline settings:\nFilter image: No\nFaster illumination estimation: No\n"
                      "Illumination Smoothness level: 50\nIlluminant patch size: 20\n")));
   QVERIFY(summary.contains(QStringLiteral("\nFaster material recovery: No\n")));
   QVERIFY(summary.contains(QStringLiteral("\nMaterials max clusters: 12\n")));

@@ -193,7 +193,7 @@ void settings_dialog_test::restore_defaults_and_round_trip() {
   changed.filter_method = corv::FILTER_SAVITZKY_GOLAY;
   changed.filter_size = 9;
   changed.illuminant_method = 3;
-  changed.faster_illumination = true;
+  changed.faster_illumination = false;
   changed.spatial_smoothness = 120;
   changed.illuminant_patch_size = 33;
   changed.neighbourhood_size = 0;
@@ -333,7 +333,7 @@ void settings_dialog_test::values_reach_the_pipeline_and_the_image() {
   field<QComboBox>(dialog, "Illumination Recovery Method:")->setCurrentText("White Patch");
   field<QDoubleSpinBox>(dialog, "Min temperature:")->setValue(0.00012);
   field<QSpinBox>(dialog, "Neighbourhood size:")->setValue(9);
-  button<QCheckBox>(dialog, "Faster illumination estimation")->setChecked(true);
+  button<QCheckBox>(dialog, "Faster illumination estimation")->setChecked(false);
   button<QRadioButton>(dialog, "Irradiance")->click();
   button<QRadioButton>(dialog, "Save as NURBS")->click();
   field<QSpinBox>(dialog, "Knots threshold:")->setValue(12);
@@ -343,6 +343,9 @@ void settings_dialog_test::values_reach_the_pipeline_and_the_image() {
   QCOMPARE(p.min_temperature, 0.00012f);
   QCOMPARE(p.neighbourhood_size, 9);
   QVERIFY(!p.second_illuminant);
+  button<QCheckBox>(dialog, "Faster illumination estimation")->setChecked(true);
+  dialog.values().apply_to(pipeline);
+  QVERIFY(pipeline.parameters().second_illuminant);
   QCOMPARE(p.pca_source, 0);
   QVERIFY(p.nurbs_encoding);
   QCOMPARE(p.nurbs_knots_threshold, 12);
