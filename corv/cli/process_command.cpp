@@ -327,10 +327,7 @@ void run_stage(progress_monitor& monitor, int number, Stage stage) {
 
 // Runs the stages in their fixed order; returns whether the image now stands
 // for a reflectance (computed, or the input's).
-bool run_stages(request& r, pipeline& image, bool reflectance_image) {
-  // The log's echo writes whole lines, which a bar redrawn in place would break.
-  const bool terminal = ::isatty(STDERR_FILENO) == 1 && !logger::instance().echo();
-  progress_monitor monitor(std::cerr, terminal, interrupt_requested);
+bool run_stages(request& r, pipeline& image, bool reflectance_image, progress_monitor& monitor) {
   if (r.filter) {
     // A reflectance image has no I: its reflectance is what gets filtered.
     run_stage(monitor, stage_filter,
@@ -361,7 +358,9 @@ bool run_stages(request& r, pipeline& image, bool reflectance_image) {
 }
 
 // Nothing is written after an interrupt, and the files are finished together:
-// the CSV waits under a temporary name until the others are in place.
+// the CSV waits under a temporary name until the others are in place. An
+// interrupt while they are written reaches only what checks for an abort (the
+// NURBS encoding of an HSZ file); everything else is finished.
 void write_outputs(const request& r, pipeline& image, bool reflectance) {
   throw_if_interrupted();
   const auto csv = r.csv_out ? illuminant_csv(image, *r.csv_out) : nullptr;
@@ -376,13 +375,6 @@ void write_outputs(const request& r, pipeline& image, bool reflectance) {
   }
   if (csv && !csv->commit()) {
     throw std::runtime_error("process: Cannot write " + *r.csv_out);
-  }
-  if (r.analysis) {
-    const vector& strengths = image.principal_strengths();
-    std::cout << "component  singular value\n";
-    for (arma::uword c = 0; c < strengths.n_elem; ++c) {
-      std::cout << c + 1 << "  " << strengths(c) << "\n";
-    }
   }
 }
 
@@ -400,8 +392,21 @@ int run(const arguments& args) {
   if (!r.endmembers.empty()) {
     image.set_library(read_library(r.endmembers));
   }
-  const bool reflectance = run_stages(r, image, reflectance_image);
-  write_outputs(r, image, reflectance);
+  // The log's echo writes whole lines, which a bar redrawn in place would break.
+  const bool terminal = ::isatty(STDERR_FILENO) == 1 && !logger::instance().echo();
+  {
+    progress_monitor monitor(std::cerr, terminal, interrupt_requested);
+    const bool reflectance = run_stages(r, image, reflectance_image, monitor);
+    write_outputs(r, image, reflectance);
+  }
+  // Once the progress line is gone from the terminal.
+  if (r.analysis) {
+    const vector& strengths = image.principal_strengths();
+    std::cout << "component  singular value\n";
+    for (arma::uword c = 0; c < strengths.n_elem; ++c) {
+      std::cout << c + 1 << "  " << strengths(c) << "\n";
+    }
+  }
   return 0;
 }
 
