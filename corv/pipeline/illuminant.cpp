@@ -17,7 +17,8 @@ void check_illuminant_image(const cube& I, const std::string& method, int verbos
   }
   if (verbosity > 0) {
     logger& log = logger::instance();
-    log << method << ": Image Information~" << "EOL";
+    log << method << ": Image Information~"
+        << "EOL";
     log << "Height: " << I.n_rows << "EOL";
     log << "Width:  " << I.n_cols << "EOL";
     log << "Bands:  " << I.n_slices << "EOL";

@@ -11,8 +11,8 @@
 
 namespace corv {
 
-vector recover_illuminant_FS(const cube& I, arma::imat& patches, int patch_size,
-                             bool wiener_marker, int verbosity) {
+vector recover_illuminant_FS(const cube& I, arma::imat& patches, int patch_size, bool wiener_marker,
+                             int verbosity) {
   check_illuminant_image(I, "recover_illuminant_FS", verbosity);
   if (patch_size < 1) {
     patch_size = 20;
@@ -29,7 +29,8 @@ vector recover_illuminant_FS(const cube& I, arma::imat& patches, int patch_size,
     log.check_abort();
     const int percent = static_cast<int>(100.0 * static_cast<double>(i) / count);
     if (verbosity > 2) {
-      log << percent << "% complete" << "EOL";
+      log << percent << "% complete"
+          << "EOL";
     }
     log.set_progress(percent);
     const arma::mat basis = find_patch_plane(chosen.cubes[i]).basis;

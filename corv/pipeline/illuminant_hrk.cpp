@@ -17,8 +17,8 @@ namespace corv {
 namespace {
 
 constexpr int max_iterations = 99;
-constexpr double settled_angle = 0.01;    // degrees
-constexpr double settled_energy = 0.01;   // relative change
+constexpr double settled_angle = 0.01;   // degrees
+constexpr double settled_energy = 0.01;  // relative change
 constexpr double pi = 3.1415927;
 
 // One patch's part in an iteration: its dichromatic energy and its terms of the
@@ -66,9 +66,8 @@ double angle_degrees(const arma::vec& a, const arma::vec& b) {
 
 }  // namespace
 
-vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothness,
-                              int patch_size, bool wiener_marker, bool second_switch,
-                              int verbosity) {
+vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothness, int patch_size,
+                              bool wiener_marker, bool second_switch, int verbosity) {
   check_illuminant_image(I, "recover_illuminant_HRK", verbosity);
   if (smoothness < 0.0f) {
     smoothness = 50.0f;
@@ -125,11 +124,13 @@ vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothne
     log.check_abort();
     const int percent = static_cast<int>(100.0 * t / max_iterations);
     if (verbosity > 2) {
-      log << percent << "% complete" << "EOL";
+      log << percent << "% complete"
+          << "EOL";
     }
     log.set_progress(percent);
     if (t == 0 && verbosity > 0) {
-      log << "Begin solving!" << "EOL";
+      log << "Begin solving!"
+          << "EOL";
     }
 
     const vector illuminant = arma::conv_to<vector>::from(current);
@@ -140,10 +141,9 @@ vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothne
         aborted = true;
         continue;
       }
-      terms[i] = second_switch
-                     ? patch_step(planes[i], illuminant, smoothness, verbosity)
-                     : patch_step(find_patch_plane(chosen.cubes[i]), illuminant, smoothness,
-                                  verbosity);
+      terms[i] = second_switch ? patch_step(planes[i], illuminant, smoothness, verbosity)
+                               : patch_step(find_patch_plane(chosen.cubes[i]), illuminant,
+                                            smoothness, verbosity);
     }
     if (aborted) {
       log.check_abort();
@@ -166,11 +166,10 @@ vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothne
     // illuminant: it stays as it is, which ends the iterations.
     next = denominator > 0.0 ? arma::vec(numerator / denominator) : current;
 
-    const bool settled =
-        angle_degrees(current, next) < settled_angle ||
-        (std::isfinite(previous_energy) &&
-         (previous_energy == 0.0 ||
-          std::abs((previous_energy - energy) / previous_energy) < settled_energy));
+    const bool settled = angle_degrees(current, next) < settled_angle ||
+                         (std::isfinite(previous_energy) &&
+                          (previous_energy == 0.0 || std::abs((previous_energy - energy) /
+                                                              previous_energy) < settled_energy));
     previous_energy = energy;
     if (settled) {
       break;
@@ -181,7 +180,8 @@ vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothne
 
   log.set_progress(100);
   if (verbosity > 0) {
-    log << "Finished Illuminant Recovery." << "EOL";
+    log << "Finished Illuminant Recovery."
+        << "EOL";
   }
   if (chosen.selected) {
     patches = chosen.bounds;

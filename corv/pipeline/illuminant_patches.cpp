@@ -56,8 +56,8 @@ std::vector<cube> cut_patches(const cube& image, const arma::imat& bounds) {
                     " image.");
     }
     cubes.emplace_back(image.tube(static_cast<arma::uword>(top), static_cast<arma::uword>(left),
-                               static_cast<arma::uword>(bottom),
-                               static_cast<arma::uword>(right)));
+                                  static_cast<arma::uword>(bottom),
+                                  static_cast<arma::uword>(right)));
   }
   return cubes;
 }
@@ -65,18 +65,19 @@ std::vector<cube> cut_patches(const cube& image, const arma::imat& bounds) {
 }  // namespace
 
 illuminant_patches prepare_illuminant_patches(const cube& I, const arma::imat& patches,
-                                              int patch_size, bool wiener_marker,
-                                              int verbosity) {
+                                              int patch_size, bool wiener_marker, int verbosity) {
   logger& log = logger::instance();
   const bool given = patches.n_cols == 4;
   int wanted = default_patch_count;
   if (given) {
     if (verbosity > 3) {
-      log << "Using pre-selected patches." << "EOL";
+      log << "Using pre-selected patches."
+          << "EOL";
     }
   } else if (patches.n_cols == 1 && patches.n_elem == 0) {
     if (verbosity > 3) {
-      log << "Patches empty, using 50 patches." << "EOL";
+      log << "Patches empty, using 50 patches."
+          << "EOL";
     }
   } else if (patches.n_cols == 1) {
     wanted = static_cast<int>(patches.n_rows);
@@ -92,7 +93,8 @@ illuminant_patches prepare_illuminant_patches(const cube& I, const arma::imat& p
   if (!wiener_marker) {
     smoothed = wiener_smoothed(I);
     if (verbosity > 0) {
-      log << "Image smoothed by Wiener Filter" << "EOL";
+      log << "Image smoothed by Wiener Filter"
+          << "EOL";
     }
   }
   const cube& image = wiener_marker ? I : smoothed;
@@ -100,12 +102,14 @@ illuminant_patches prepare_illuminant_patches(const cube& I, const arma::imat& p
   illuminant_patches result;
   if (given) {
     if (verbosity > 0) {
-      log << "Using provided patches." << "EOL";
+      log << "Using provided patches."
+          << "EOL";
     }
     result.bounds = patches;
   } else {
     if (verbosity > 0) {
-      log << "Beginning to select smooth patches." << "EOL";
+      log << "Beginning to select smooth patches."
+          << "EOL";
     }
     const patch_list found = select_smooth_patches(image, patch_size, wanted, verbosity);
     result.bounds = patch_bounds(found, patch_size, image.n_rows, image.n_cols);
@@ -116,7 +120,8 @@ illuminant_patches prepare_illuminant_patches(const cube& I, const arma::imat& p
   }
   result.cubes = cut_patches(image, result.bounds);
   if (!given && verbosity > 0) {
-    log << "Patches successfully found." << "EOL";
+    log << "Patches successfully found."
+        << "EOL";
   }
   return result;
 }

@@ -22,7 +22,7 @@ vector unit_illuminant(const arma::vec& estimate);
 // The patches the dichromatic methods work on, cut from the smoothed image.
 struct illuminant_patches {
   std::vector<cube> cubes;
-  arma::imat bounds;  // one row per patch: first row, last row, first column, last column
+  arma::imat bounds;      // one row per patch: first row, last row, first column, last column
   bool selected = false;  // chosen here rather than passed in
 };
 
@@ -30,8 +30,7 @@ struct illuminant_patches {
 // Wiener-filtered, and cuts the given patches or selects new ones. Throws when
 // no patch is found.
 illuminant_patches prepare_illuminant_patches(const cube& I, const arma::imat& patches,
-                                              int patch_size, bool wiener_marker,
-                                              int verbosity);
+                                              int patch_size, bool wiener_marker, int verbosity);
 
 }  // namespace corv
 

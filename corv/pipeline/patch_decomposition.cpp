@@ -66,8 +66,8 @@ patch_plane find_patch_plane(const cube& patch) {
   return plane;
 }
 
-patch_decomposition decompose_patch(const cube& patch, const vector& illuminant,
-                                    float smoothness, int verbosity) {
+patch_decomposition decompose_patch(const cube& patch, const vector& illuminant, float smoothness,
+                                    int verbosity) {
   check_patch_size(patch.n_rows, patch.n_cols, patch.n_slices);
   return decompose_patch(find_patch_plane(patch), illuminant, smoothness, verbosity);
 }
@@ -82,8 +82,7 @@ patch_decomposition decompose_patch(const patch_plane& plane, const vector& illu
                   " values for " + std::to_string(bands) + " bands.");
   }
   if (verbosity > 4) {
-    log << "Patch Dichromatic Decompose: H: " << rows << " W: " << cols << " B: " << bands
-        << "EOL";
+    log << "Patch Dichromatic Decompose: H: " << rows << " W: " << cols << " B: " << bands << "EOL";
   }
   const arma::uword pixels = rows * cols;
   // A one-band image has a line, not a plane: its second direction is empty.
@@ -153,9 +152,11 @@ patch_decomposition decompose_patch(const patch_plane& plane, const vector& illu
   result.diffuse = arma::conv_to<matrix>::from(arma::reshape(m, rows, cols));
   result.diffuse_spectrum = arma::conv_to<vector>::from(diffuse_spectrum);
   if (verbosity > 4) {
-    log << "End decompose dichromatic patch" << "EOL";
+    log << "End decompose dichromatic patch"
+        << "EOL";
     if (result.valid) {
-      log << "Patch is valid!" << "EOL";
+      log << "Patch is valid!"
+          << "EOL";
     }
     log << "Patch Dichromatic Error: " << result.dichromatic_error
         << " Smooth Error: " << result.smooth_error << "EOL";

@@ -18,8 +18,8 @@ struct patch_decomposition {
 
 // Decomposes a patch sub-cube (h x w x bands) against an illuminant (bands)
 // with the given weight on the smoothness of the coefficient images.
-patch_decomposition decompose_patch(const cube& patch, const vector& illuminant,
-                                    float smoothness, int verbosity);
+patch_decomposition decompose_patch(const cube& patch, const vector& illuminant, float smoothness,
+                                    int verbosity);
 
 // A patch's pixels with the plane they span, found once so that a patch can be
 // decomposed against many illuminants without repeating the decomposition of

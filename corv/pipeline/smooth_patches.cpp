@@ -36,8 +36,7 @@ bool homogeneous(const arma::mat& spectra) {
       ++close;
     }
   }
-  return static_cast<double>(spectra.n_cols) * homogeneous_fraction <=
-         static_cast<double>(close);
+  return static_cast<double>(spectra.n_cols) * homogeneous_fraction <= static_cast<double>(close);
 }
 
 }  // namespace
@@ -52,7 +51,8 @@ patch_list select_smooth_patches(const cube& I, int patch_size, int wanted, int 
                   std::to_string(patch_size) + ".");
   }
   if (verbosity > 2) {
-    log << "Patch Selection~" << "EOL";
+    log << "Patch Selection~"
+        << "EOL";
     log << "Patch Size:       " << patch_size << "EOL";
   }
   const arma::uword height = I.n_rows, width = I.n_cols, bands = I.n_slices;
@@ -82,7 +82,8 @@ patch_list select_smooth_patches(const cube& I, int patch_size, int wanted, int 
       const arma::uword left = static_cast<arma::uword>(grid_col) * size;
       if (top + size > height || left + size > width) {
         if (verbosity > 0) {
-          log << "select_smooth_patches: Warning - skipping edge patch." << "EOL";
+          log << "select_smooth_patches: Warning - skipping edge patch."
+              << "EOL";
         }
         continue;
       }
@@ -99,9 +100,9 @@ patch_list select_smooth_patches(const cube& I, int patch_size, int wanted, int 
       if (!(patch_max < saturation)) {
         continue;
       }
-      const double mean_sum = arma::accu(band_sum.submat(top, left, top + size - 1,
-                                                         left + size - 1)) /
-                              static_cast<double>(size * size);
+      const double mean_sum =
+          arma::accu(band_sum.submat(top, left, top + size - 1, left + size - 1)) /
+          static_cast<double>(size * size);
       if (!(mean_sum > brightest / 3.0) || !homogeneous(spectra)) {
         continue;
       }
@@ -114,7 +115,8 @@ patch_list select_smooth_patches(const cube& I, int patch_size, int wanted, int 
     log.check_abort();
   }
   if (verbosity > 0) {
-    log << "Found " << found.size() << " homogeneous patches." << "EOL";
+    log << "Found " << found.size() << " homogeneous patches."
+        << "EOL";
   }
 
   // Brightest first; ties keep grid order so that the result does not depend
@@ -141,7 +143,8 @@ patch_list select_smooth_patches(const cube& I, int patch_size, int wanted, int 
         .fill(1.0f);
   }
   if (result.empty()) {
-    log << "Warning: Select Smooth Patches found no valid patches" << "EOL";
+    log << "Warning: Select Smooth Patches found no valid patches"
+        << "EOL";
   }
   return result;
 }
