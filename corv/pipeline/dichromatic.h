@@ -25,6 +25,21 @@ void recover_dichromatic_parameters(const cube& I, const cube& illuminant,
                                     const dichromatic_parameters& settings, int verbosity,
                                     matrix& k, matrix& g, cube& s);
 
+// The split of one pixel: R = g * S + k, with R the pixel's spectrum divided by
+// the illuminant.
+struct dichromatic_factors {
+  float k = 0.0f;  // specular coefficient
+  float g = 0.0f;  // shading factor
+};
+
+// Splits one spectrum R (= I / L) into the specular and shading factors against
+// the local diffuse direction (the summed unit spectra of its neighbourhood; any
+// positive multiple will do): the least-squares combination of that direction
+// and a flat spectrum, in R's own units. A negative diffuse share, a direction
+// (nearly) parallel to the flat spectrum or a zero direction leave the pixel all
+// diffuse: k = 0 and g = |R|.
+dichromatic_factors split_dichromatic(const vector& R, const vector& diffuse);
+
 }  // namespace corv
 
 #endif
