@@ -87,10 +87,14 @@ class materials_test : public ::testing::Test {
 };
 
 TEST_F(materials_test, discovers_four_flat_materials_in_every_mode) {
-  const quadrant_image scene = quadrants(64);
+  // Every pixel is clustered on a small image, the shrunk or sampled copy of
+  // a larger one.
+  const quadrant_image small = quadrants(32), large = quadrants(64);
   const std::vector<vector> truth = surfaces();
   for (const int mode : {MATERIALS_FULL, MATERIALS_SHRUNK, MATERIALS_SAMPLED}) {
     SCOPED_TRACE(mode);
+    const quadrant_image& scene = mode == MATERIALS_FULL ? small : large;
+    const int size = static_cast<int>(scene.s.n_rows), half = size / 2;
     const material_parameters defaults;
     const material_result found = recover_materials(scene.s, matrix(), defaults, mode, 0);
     ASSERT_EQ(found.elements.n_rows, bands);
@@ -112,22 +116,22 @@ TEST_F(materials_test, discovers_four_flat_materials_in_every_mode) {
 
     // Every quadrant maps to one element of its own, and its pixels are
     // rebuilt by their weights.
-    ASSERT_EQ(arma::size(found.abundances), arma::size(64, 64, 5));
-    ASSERT_EQ(arma::size(found.abundance_indexes), arma::size(64, 64, 5));
-    ASSERT_EQ(arma::size(found.map), arma::size(64, 64));
+    ASSERT_EQ(arma::size(found.abundances), arma::size(size, size, 5));
+    ASSERT_EQ(arma::size(found.abundance_indexes), arma::size(size, size, 5));
+    ASSERT_EQ(arma::size(found.map), arma::size(size, size));
     std::set<float> quadrant_elements;
     for (const auto& corner :
-         {std::pair(0, 0), std::pair(0, 40), std::pair(40, 0), std::pair(40, 40)}) {
+         {std::pair(0, 0), std::pair(0, half), std::pair(half, 0), std::pair(half, half)}) {
       const float element = found.map(corner.first, corner.second);
       quadrant_elements.insert(element);
-      for (int r = corner.first; r < corner.first + 24; ++r) {
-        for (int c = corner.second; c < corner.second + 24; ++c) {
+      for (int r = corner.first; r < corner.first + half; ++r) {
+        for (int c = corner.second; c < corner.second + half; ++c) {
           ASSERT_EQ(found.map(r, c), element) << r << " " << c;
         }
       }
     }
     EXPECT_EQ(quadrant_elements.size(), 4u);
-    for (const auto& pixel : {std::pair(3, 5), std::pair(50, 60)}) {
+    for (const auto& pixel : {std::pair(3, 5), std::pair(size - 14, size - 4)}) {
       vector rebuilt(bands, arma::fill::zeros);
       for (arma::uword i = 0; i < 5; ++i) {
         const float weight = found.abundances(pixel.first, pixel.second, i);
@@ -203,8 +207,9 @@ TEST_F(materials_test, negative_settings_take_their_defaults) {
   const quadrant_image scene = quadrants(32);
   material_parameters explicit_settings;
   explicit_settings.split_threshold = 0.9961947f;
+  explicit_settings.subsample = 1;
   const material_result expected =
-      recover_materials(scene.s, matrix(), explicit_settings, MATERIALS_FULL, 0);
+      recover_materials(scene.s, matrix(), explicit_settings, MATERIALS_SHRUNK, 0);
 
   material_parameters negative;
   negative.cooling_rate = -1.0f;
@@ -212,8 +217,9 @@ TEST_F(materials_test, negative_settings_take_their_defaults) {
   negative.max_temperature = -1.0f;
   negative.min_temperature = -1.0f;
   negative.max_clusters = 0;
+  negative.subsample = 1;
   const material_result replaced =
-      recover_materials(scene.s, matrix(), negative, MATERIALS_FULL, 2);
+      recover_materials(scene.s, matrix(), negative, MATERIALS_SHRUNK, 2);
   EXPECT_TRUE(arma::approx_equal(replaced.elements, expected.elements, "absdiff", 0.0f));
   EXPECT_TRUE(arma::approx_equal(replaced.abundances, expected.abundances, "absdiff", 0.0f));
   EXPECT_TRUE(logged("Cooling Rate:                0.8"));
@@ -272,10 +278,12 @@ TEST_F(materials_test, modes_cluster_the_image_or_its_shrunk_copy) {
 
 TEST_F(materials_test, logs_the_run_and_fills_the_progress) {
   const quadrant_image scene = quadrants(32);
+  material_parameters settings;
+  settings.subsample = 1;
   const material_result found =
-      recover_materials(scene.s, matrix(32, 32, arma::fill::ones), material_parameters(), 0, 3);
+      recover_materials(scene.s, matrix(32, 32, arma::fill::ones), settings, MATERIALS_SHRUNK, 3);
   for (const char* line : {"Material Recovery: Begin material unmixing.", "Image Information~",
-                           "Width:                       32", "Bands:                       33",
+                           "Width:                       16", "Bands:                       33",
                            "Material Recovery: Begin deterministic annealing", "0% complete",
                            "Number of Clusters:  1", "Material Recovery: New cluster split from 0",
                            "Material Recovery: Current temperature below min threshold.",
