@@ -1,0 +1,103 @@
+"""Illuminant recovery through the module: statistics against numpy, patches in and
+out, and an abort from another thread while a recovery runs without the GIL."""
+
+import threading
+import time
+
+import numpy as np
+import pytest
+
+from conftest import corv
+
+
+def _unit(v):
+    v = np.asarray(v, dtype=np.float64)
+    return v / np.linalg.norm(v)
+
+
+def _scene(size=120, bands=12, seed=3):
+    """I = g S L + k L with stripes of three materials and a highlight per 20 x 20 cell."""
+    rng = np.random.default_rng(seed)
+    t = np.linspace(0.0, 1.0, bands)
+    light = 0.4 + 0.8 * t + 0.3 * np.exp(-0.5 * ((t - 0.3) / 0.1) ** 2)
+    bodies = [0.15 + 0.7 * np.exp(-0.5 * ((t - c) / 0.2) ** 2) for c in (0.15, 0.5, 0.85)]
+    r, c = np.mgrid[0:size, 0:size]
+    shading = 0.75 + 0.25 * np.sin(5.0 * c / size + 1.0) * np.cos(4.0 * r / size)
+    specular = np.zeros((size, size))
+    for top in range(0, size, 20):
+        for left in range(0, size, 20):
+            cr, cc = top + 4 + 12 * rng.random(), left + 4 + 12 * rng.random()
+            w, s = 2 + 3 * rng.random(), 0.1 + 0.3 * rng.random()
+            cell = (slice(top, top + 20), slice(left, left + 20))
+            specular[cell] += s * np.exp(-0.5 * ((r[cell] - cr) ** 2 + (c[cell] - cc) ** 2) / w**2)
+    body = np.stack([bodies[min(col * 3 // size, 2)] for col in range(size)])  # (cols, bands)
+    cube = (shading[..., None] * body[None, :, :] + specular[..., None]) * light
+    return (cube * (3000.0 / cube.max())).astype(np.float32), light
+
+
+def _angle(a, b):
+    return np.degrees(np.arccos(np.clip(np.dot(_unit(a), _unit(b)), -1.0, 1.0)))
+
+
+def test_statistical_methods_match_numpy():
+    rng = np.random.default_rng(7)
+    cube = (rng.random((9, 7, 5)) * 100.0 + 1.0).astype(np.float32)
+    x = cube.astype(np.float64)
+    for order in (1, 2, 3):
+        expected = np.mean(x**order, axis=(0, 1)) ** (1.0 / order)
+        np.testing.assert_allclose(corv.recover_illuminant_SG(cube, order), _unit(expected), rtol=1e-5)
+        dy, dx = np.gradient(x, axis=(0, 1))
+        edge = 0.5 * (
+            np.mean(np.abs(dx) ** order, axis=(0, 1)) ** (1.0 / order)
+            + np.mean(np.abs(dy) ** order, axis=(0, 1)) ** (1.0 / order)
+        )
+        np.testing.assert_allclose(corv.recover_illuminant_GE(cube, order), _unit(edge), rtol=1e-5)
+    np.testing.assert_allclose(corv.recover_illuminant_WP(cube), _unit(x.mean(axis=(0, 1))), rtol=1e-6)
+    np.testing.assert_allclose(corv.recover_illuminant_GW(cube), _unit(x.max(axis=(0, 1))), rtol=1e-6)
+    settings = corv.illuminant_parameters()
+    settings.order = 2
+    found, bounds = corv.recover_global_illuminant(cube, corv.ILLUMINANT_SHADE_OF_GRAY, settings=settings)
+    np.testing.assert_allclose(found, corv.recover_illuminant_SG(cube, 2))
+    assert bounds.shape == (0, 1)
+    with pytest.raises(RuntimeError, match=r"^recover_illuminant_SG: order must be positive\.$"):
+        corv.recover_illuminant_SG(cube, 0)
+    with pytest.raises(RuntimeError, match=r"^recover_global_illuminant: Incorrect method\.$"):
+        corv.recover_global_illuminant(cube, 6)
+
+
+def test_patches_are_selected_returned_and_reused():
+    cube, light = _scene()
+    rows, cols, scores, mask = corv.select_smooth_patches(cube, 20, 10)
+    assert len(rows) == len(cols) == len(scores) == 10
+    assert np.all(np.diff(scores) <= 0)
+    assert mask.shape == cube.shape[:2] and mask.sum() == 10 * 400
+    for r, c, s in zip(rows, cols, scores):
+        patch = cube[20 * r : 20 * r + 20, 20 * c : 20 * c + 20].reshape(-1, cube.shape[2])
+        assert s == pytest.approx(np.linalg.norm(patch.mean(axis=0).astype(np.float64)), rel=1e-4)
+
+    found, bounds = corv.recover_global_illuminant(cube, corv.ILLUMINANT_ORBEK, patches=12)
+    assert _angle(found, light) < 2.0
+    assert bounds.shape == (12, 4)
+    again, same = corv.recover_illuminant_HRK(cube, patches=bounds)
+    np.testing.assert_array_equal(same, bounds)
+    np.testing.assert_allclose(again, found, atol=1e-6)
+
+
+def test_abort_from_another_thread_stops_a_recovery(logger):
+    cube, _ = _scene(size=400, bands=33)
+    outcome = {}
+
+    def run():
+        try:
+            corv.recover_illuminant_HRK(cube, second_switch=False)
+            outcome["result"] = "finished"
+        except RuntimeError as error:
+            outcome["result"] = str(error)
+
+    worker = threading.Thread(target=run)
+    worker.start()
+    time.sleep(0.05)
+    logger.request_abort()
+    worker.join(timeout=120)
+    logger.clear_progress()
+    assert outcome.get("result") == "Processing was aborted!"
