@@ -16,9 +16,10 @@ namespace corv {
 
 namespace {
 
-constexpr arma::uword tile = 64;        // spectra associated together
-constexpr arma::uword max_chunks = 64;  // partial sums, added in a fixed order
-constexpr int max_iterations = 20;      // per temperature
+constexpr arma::uword tile = 64;            // spectra associated together
+constexpr arma::uword max_chunks = 64;      // partial sums, added in a fixed order
+constexpr arma::uword parallel_tiles = 16;  // fewer tiles are associated on one thread
+constexpr int max_iterations = 20;          // per temperature
 constexpr float probability_tolerance = 0.005f;
 constexpr double centre_tolerance = 0.001;
 // Twins closer than this (on the unit sphere, about 0.6 degrees) are pushed
@@ -130,7 +131,8 @@ pass_totals associate_all(const matrix& spectra, const twin_centres& state, floa
   std::vector<arma::vec> chunk_mass(chunks, arma::vec(centres, arma::fill::zeros));
   std::vector<float> chunk_change(chunks, 0.0f);
 
-#pragma omp parallel
+  // A few hundred spectra are associated faster than threads wake up.
+#pragma omp parallel if (tiles >= parallel_tiles)
   {
     std::vector<float> weights(centres * tile), largest(tile), total(tile);
 #pragma omp for schedule(dynamic)
