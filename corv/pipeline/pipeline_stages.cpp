@@ -6,19 +6,12 @@
 #include "corv/analysis/unmixing.h"
 #include "corv/io/logger.h"
 #include "corv/io/spectral_library.h"
+#include "corv/pipeline/dichromatic.h"
+#include "corv/pipeline/illuminant.h"
+#include "corv/pipeline/materials.h"
 #include "corv/pipeline/pipeline.h"
 
 namespace corv {
-
-namespace {
-
-// The routines behind these stages are not part of this build yet: say so
-// plainly instead of producing a made-up result.
-[[noreturn]] void unavailable(const std::string& stage, const std::string& routine) {
-  log_and_throw(stage + ": " + routine + " is not available in this version of the library.");
-}
-
-}  // namespace
 
 pipeline::log_prefix_scope::log_prefix_scope(pipeline& owner, const std::string& prefix)
     : owner_(owner), previous_(owner.log_prefix_) {
@@ -53,7 +46,21 @@ void pipeline::process_recover_illuminant(bool start_afresh) {
     throw std::runtime_error("pipeline: I is empty in process_recover_illuminant()");
   }
   illuminant_.reset();
-  unavailable("process_recover_illuminant", "illuminant recovery");
+  logger::instance().set_stage(stage_illuminant);
+  logger::instance().set_progress(0);
+  illuminant_parameters settings;
+  settings.spatial_smoothness = parameters_.spatial_smoothness;
+  settings.patch_size = parameters_.illuminant_patch_size;
+  settings.wiener_marker = parameters_.wiener_marker;
+  settings.second_switch = parameters_.second_illuminant;
+  settings.order = parameters_.gray_order;
+  // Patches chosen by an earlier run are used again until the components are reset.
+  arma::imat patches = patches_.n_cols == 4 ? patches_ : arma::imat(0, 1);
+  illuminant_ = recover_global_illuminant(I_, patches, parameters_.illuminant_method, settings,
+                                          parameters_.verbosity);
+  if (patches.n_cols == 4) {
+    patches_ = std::move(patches);
+  }
 }
 
 void pipeline::process_recover_dichromatic_parameters() {
@@ -65,7 +72,21 @@ void pipeline::process_recover_dichromatic_parameters() {
   s_.reset();
   k_.reset();
   g_.reset();
-  unavailable("process_recover_dichromatic_parameters", "dichromatic parameter recovery");
+  logger::instance().set_stage(stage_reflectance);
+  logger::instance().set_progress(0);
+  dichromatic_parameters settings;
+  settings.method = parameters_.dichromatic_method;
+  settings.neighbourhood_size = parameters_.neighbourhood_size;
+  settings.gray_threshold = parameters_.gray_threshold;
+  try {
+    recover_dichromatic_parameters(I_, illuminant_, try_get(&pipeline::wavelengths), settings,
+                                   parameters_.verbosity, k_, g_, s_);
+  } catch (...) {
+    s_.reset();
+    k_.reset();
+    g_.reset();
+    throw;
+  }
 }
 
 void pipeline::process_recover_materials() {
@@ -77,7 +98,26 @@ void pipeline::process_recover_materials() {
   if (try_get(&pipeline::s).empty()) {
     throw std::runtime_error("pipeline: S is empty in process_recover_materials()");
   }
-  unavailable("process_recover_materials", "material discovery");
+  material_elements_.reset();
+  material_element_abundances_.reset();
+  material_element_abundance_indexes_.reset();
+  material_map_.reset();
+  logger::instance().set_stage(stage_materials);
+  logger::instance().set_progress(0);
+  material_parameters settings;
+  settings.max_clusters = parameters_.max_clusters;
+  settings.subsample = parameters_.material_subsample;
+  settings.materials_per_pixel = parameters_.materials_per_pixel;
+  settings.max_temperature = parameters_.max_temperature;
+  settings.min_temperature = parameters_.min_temperature;
+  settings.cooling_rate = parameters_.cooling_rate;
+  settings.split_threshold = parameters_.split_threshold;
+  material_result found = recover_materials(s_, try_get(&pipeline::g), settings,
+                                            parameters_.material_mode, parameters_.verbosity);
+  material_elements_ = std::move(found.elements);
+  material_element_abundances_ = std::move(found.abundances);
+  material_element_abundance_indexes_ = std::move(found.abundance_indexes);
+  material_map_ = std::move(found.map);
 }
 
 void pipeline::process_recover_endmembers() {
