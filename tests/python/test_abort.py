@@ -14,7 +14,6 @@ import pytest
 from conftest import corv
 
 ABORTED = "Processing was aborted!"
-NOT_AVAILABLE = "is not available in this version of the library."
 WIENER = 1  # the pipeline's code of the Wiener filter
 
 
@@ -81,14 +80,6 @@ def test_nurbs_encoding_aborted_from_another_thread(logger):
 
 
 def test_illuminant_recovery_aborted_from_another_thread(logger):
-    p, _ = flat_image(20, 20, 31)
-    try:
-        p.process_recover_illuminant(True)
-    except RuntimeError as error:
-        if NOT_AVAILABLE in str(error):
-            pytest.skip(str(error))
-    logger.clear_progress()
-
     # A scene big enough to take seconds: smooth shading over a few materials.
     rows, cols, bands = 400, 400, 61
     waves = np.linspace(400, 700, bands, dtype=np.float32)

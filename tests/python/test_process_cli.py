@@ -12,7 +12,6 @@ import pytest
 from conftest import corv
 
 TRY_HELP = "Try 'corv --help'.\n"
-NOT_AVAILABLE = "is not available in this version of the library."
 WAVES = np.linspace(400, 720, 33, dtype=np.float32)
 
 
@@ -38,14 +37,6 @@ def progress_lines(stderr):
         assert match, f"not a progress line: {line!r}"
         pairs.append((match[1], int(match[2])))
     return pairs
-
-
-def recovery_available(run_corv, sample_header, tmp_path):
-    done = run_corv("process", sample_header, "--illuminant", "gray-world",
-                    "--illuminant-csv", tmp_path / "probe.csv")
-    if NOT_AVAILABLE in done.stderr:
-        pytest.skip(done.stderr.strip())
-    os.remove(tmp_path / "probe.csv")
 
 
 @pytest.fixture(scope="module")
@@ -238,8 +229,6 @@ def test_ctrl_c_aborts_with_130_and_writes_nothing(corv_bin, tmp_path):
 
 def test_recovery_runs_write_reflectance_illuminant_and_hsz(run_corv, corv_bin, sample_header,
                                                             tmp_path):
-    recovery_available(run_corv, sample_header, tmp_path)
-
     # --illuminant alone recovers only the light, with the named method.
     csv = tmp_path / "light.csv"
     done = run_corv("process", sample_header, "--illuminant", "gray-world", "--illuminant-csv", csv)
