@@ -69,6 +69,7 @@ class hs_image_test : public QObject {
   void opens_images_by_suffix();
   void process_runs_the_selected_operations_and_always_reports();
   void process_keeps_the_event_loop_running_and_can_be_aborted();
+  void recovers_illuminant_and_reflectance_of_the_sample();
   void classification_step();
   void preparation_history_undo_redo_and_reload();
   void settings_summary_lists_the_choices();
@@ -199,6 +200,20 @@ void hs_image_test::process_keeps_the_event_loop_running_and_can_be_aborted() {
   QCOMPARE(spy.count(), 1);
   QCOMPARE(spy.at(0).at(0).toString(), QStringLiteral("Processing was aborted!"));
   QVERIFY(image.pipeline().principal_components().empty());
+}
+
+void hs_image_test::recovers_illuminant_and_reflectance_of_the_sample() {
+  hs_image image(sample);
+  image.crop(QRectF(100.0, 50.0, 79.0, 79.0));  // 80 x 80 pixels
+  processing_selection selection;               // filter, illuminant and reflectance
+  image.set_selection(selection);
+  image.set_verbosity(0);
+  image.pipeline().set_illuminant_patch_size(10);
+  QCOMPARE(run(image), QString());
+  QCOMPARE(image.pipeline().illuminant().n_elem, arma::uword{33});
+  QCOMPARE(arma::size(image.pipeline().s()), arma::size(80, 80, 33));
+  QCOMPARE(arma::size(image.pipeline().g()), arma::size(80, 80));
+  QVERIFY(image.pipeline().parameters().wiener_marker);
 }
 
 void hs_image_test::classification_step() {
