@@ -44,6 +44,7 @@ void pca(const cube& I, cube& components, vector& strengths, int num_components,
   for (int b = 0; b < bands; ++b) {
     X.col(b) = arma::conv_to<arma::vec>::from(arma::vectorise(I.slice(b)));
     log.set_progress(50 * (b + 1) / bands);
+    log.check_abort();
   }
   X.each_row() -= arma::mean(X, 0);
 
@@ -69,7 +70,9 @@ void pca(const cube& I, cube& components, vector& strengths, int num_components,
     return;
   }
 
+  log.check_abort();
   const arma::mat projected = X * V.cols(0, num_components - 1);
+  log.check_abort();  // the last chance before the outputs change
   components.set_size(I.n_rows, I.n_cols, num_components);
   for (int c = 0; c < num_components; ++c) {
     components.slice(c) =

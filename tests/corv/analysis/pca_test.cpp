@@ -81,6 +81,13 @@ TEST_F(pca_test, refusals_and_a_flat_image) {
             "pca: Threshold must be greater than 0");
   pca(cube(4, 4, 5, arma::fill::value(2.0f)), components, strengths, 2, 0.0f);
   EXPECT_TRUE(components.is_zero());
+
+  // An abort request stops the work and leaves the outputs as they were.
+  components = cube(1, 1, 1, arma::fill::value(7.0f));
+  logger::instance().request_abort();
+  EXPECT_EQ(thrown_text([&] { pca(image, components, strengths, 3, 0.001f); }),
+            "Processing was aborted!");
+  EXPECT_EQ(components(0, 0, 0), 7.0f);
 }
 
 }  // namespace
