@@ -6,6 +6,7 @@
 #include <QPointF>
 #include <QRectF>
 #include <QString>
+#include <functional>
 #include <memory>
 
 #include "tavr/colour_renderer.h"
@@ -154,6 +155,11 @@ class main_window : public QMainWindow {
   bool render_current(const QString& fit_mode);
   void add_image(const std::shared_ptr<hs_image>& image);
   void image_changed();
+  // Runs one step of the current image's preparation history (undo, redo,
+  // reload) when it is possible and no processing is running.
+  void change_image_history(const QString& title,
+                            const std::function<bool(const hs_image&)>& possible,
+                            const std::function<void(hs_image&)>& step);
   void rebuild_image_docks();
   void refresh_result_plots();
   void refresh_recent_menus();

@@ -639,47 +639,41 @@ void main_window::show_corvantis_settings_() {
 
 // Image preparation
 
-void main_window::undo_image_() {
+void main_window::change_image_history(const QString& title,
+                                       const std::function<bool(const hs_image&)>& possible,
+                                       const std::function<void(hs_image&)>& step) {
   const auto image = current_image();
-  if (image == nullptr || !image->can_undo() || processing_.running()) {
+  if (image == nullptr || !possible(*image) || processing_.running()) {
     return;
   }
   try {
-    image->undo();
+    step(*image);
   } catch (const std::exception& error) {
-    report("Undo", text_of(error));
+    report(title, text_of(error));
   }
   image_list_->currentItem()->setText(list_text(*image));
   image_changed();
+}
+
+void main_window::undo_image_() {
+  change_image_history(
+      "Undo", [](const hs_image& image) { return image.can_undo(); },
+      [](hs_image& image) { image.undo(); });
 }
 
 void main_window::redo_image_() {
-  const auto image = current_image();
-  if (image == nullptr || !image->can_redo() || processing_.running()) {
-    return;
-  }
-  try {
-    image->redo();
-  } catch (const std::exception& error) {
-    report("Redo", text_of(error));
-  }
-  image_list_->currentItem()->setText(list_text(*image));
-  image_changed();
+  change_image_history(
+      "Redo", [](const hs_image& image) { return image.can_redo(); },
+      [](hs_image& image) { image.redo(); });
 }
 
 void main_window::reload_image_() {
-  const auto image = current_image();
-  if (image == nullptr || processing_.running()) {
-    return;
-  }
-  try {
-    image->reload();
-    image->setProperty("tavr_filtered", false);
-  } catch (const std::exception& error) {
-    report("Reload Original Image", text_of(error));
-  }
-  image_list_->currentItem()->setText(list_text(*image));
-  image_changed();
+  change_image_history(
+      "Reload Original Image", [](const hs_image&) { return true; },
+      [](hs_image& image) {
+        image.reload();
+        image.setProperty("tavr_filtered", false);
+      });
 }
 
 void main_window::remove_image_band_() {
