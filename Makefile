@@ -22,7 +22,7 @@ deps:
 build: deps
 	@mkdir -p $(BUILD_DIR)
 	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DCORV_WERROR=$(CORV_WERROR) \
-	  -DPython3_EXECUTABLE=$(PYTHON) $(CMAKE_EXTRA) > $(BUILD_DIR)/configure.log \
+	  -DPython3_EXECUTABLE=$(PYTHON) -DCORV_VIEWER=ON $(CMAKE_EXTRA) > $(BUILD_DIR)/configure.log \
 	  || (cat $(BUILD_DIR)/configure.log; exit 1)
 	@cmake --build $(BUILD_DIR) -j $(JOBS)
 
