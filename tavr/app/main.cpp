@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "corv/io/logger.h"
 #include "tavr/image_view.h"
 #include "tavr/main_window.h"
 #include "tavr/open_image_controller.h"
@@ -180,6 +181,8 @@ int main(int argc, char** argv) {
   QApplication::setOrganizationName(tavr::settings_organisation);
   QApplication::setApplicationName(tavr::settings_application);
   QApplication::setApplicationVersion(tavr::viewer_version);
+  // The library's log is kept for the viewer, not copied to the terminal.
+  corv::logger::instance().set_echo(false);
 
   QCommandLineParser parser;
   parser.setApplicationDescription("Tavrel, the Corvantis hyperspectral image viewer.");
