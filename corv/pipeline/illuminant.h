@@ -7,12 +7,12 @@ namespace corv {
 
 // Method codes of recover_global_illuminant.
 enum ILLUMINANT_METHOD : int {
-  ILLUMINANT_ORBEK = 0,        // iterative dichromatic fit over patches
-  ILLUMINANT_FS = 1,           // Finlayson and Schaefer plane intersection
-  ILLUMINANT_GRAY_EDGE = 2,    // gray edge of order p
-  ILLUMINANT_GRAY_WORLD = 3,   // per-band mean
+  ILLUMINANT_ORBEK = 0,          // iterative dichromatic fit over patches
+  ILLUMINANT_FS = 1,             // Finlayson and Schaefer plane intersection
+  ILLUMINANT_GRAY_EDGE = 2,      // gray edge of order p
+  ILLUMINANT_GRAY_WORLD = 3,     // per-band mean
   ILLUMINANT_SHADE_OF_GRAY = 4,  // per-band Minkowski mean of order p
-  ILLUMINANT_WHITE_PATCH = 5,  // per-band maximum
+  ILLUMINANT_WHITE_PATCH = 5,    // per-band maximum
 };
 
 // Settings of the illuminant methods (the pipeline's defaults).
@@ -35,11 +35,10 @@ vector recover_global_illuminant(const cube& I, arma::imat& patches, int method,
                                  const illuminant_parameters& settings, int verbosity);
 
 // The six methods, each as recover_global_illuminant calls it.
-vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothness,
-                              int patch_size, bool wiener_marker, bool second_switch,
-                              int verbosity);
-vector recover_illuminant_FS(const cube& I, arma::imat& patches, int patch_size,
-                             bool wiener_marker, int verbosity);
+vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothness, int patch_size,
+                              bool wiener_marker, bool second_switch, int verbosity);
+vector recover_illuminant_FS(const cube& I, arma::imat& patches, int patch_size, bool wiener_marker,
+                             int verbosity);
 vector recover_illuminant_GE(const cube& I, int order, int verbosity);
 vector recover_illuminant_WP(const cube& I, int verbosity);  // gray world (mean)
 vector recover_illuminant_SG(const cube& I, int order, int verbosity);

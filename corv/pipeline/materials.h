@@ -27,10 +27,10 @@ enum MATERIAL_MODE : int {
 
 // Everything material discovery produces. Element numbers count from 0.
 struct material_result {
-  matrix elements;             // bands x m, unit-norm spectra
-  cube abundances;             // height x width x N, largest first
-  cube abundance_indexes;      // height x width x N, element numbers
-  matrix map;                  // height x width, each pixel's strongest element
+  matrix elements;         // bands x m, unit-norm spectra
+  cube abundances;         // height x width x N, largest first
+  cube abundance_indexes;  // height x width x N, element numbers
+  matrix map;              // height x width, each pixel's strongest element
 };
 
 // Discovers the materials of the reflectance cube s (with shading g) and
@@ -40,9 +40,9 @@ material_result recover_materials(const cube& s, const matrix& g, material_param
 
 // Deterministic annealing of spectra (bands x pixels); returns the cluster
 // centres, one per column.
-matrix deterministic_annealing(const matrix& spectra, float max_temperature,
-                               float min_temperature, float cooling_rate, float split_threshold,
-                               int max_clusters, int verbosity);
+matrix deterministic_annealing(const matrix& spectra, float max_temperature, float min_temperature,
+                               float cooling_rate, float split_threshold, int max_clusters,
+                               int verbosity);
 
 // "Generate Elements": the abundances of the N strongest elements of every pixel.
 void generate_elements(const matrix& elements, const cube& s, int materials_per_pixel,
