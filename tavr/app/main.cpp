@@ -14,9 +14,9 @@
 #include <memory>
 
 #include "corv/io/logger.h"
-#include "tavr/image_view.h"
-#include "tavr/main_window.h"
-#include "tavr/open_image_controller.h"
+#include "tavr/app/main_window.h"
+#include "tavr/image/open_image_controller.h"
+#include "tavr/view/image_view.h"
 
 namespace {
 

@@ -1,0 +1,55 @@
+#ifndef TAVR_APP_MAIN_WINDOW_ACTIONS_H
+#define TAVR_APP_MAIN_WINDOW_ACTIONS_H
+
+#include <QAction>
+
+#include "tavr/app/main_window.h"
+
+namespace tavr {
+
+// The main window's actions that its slots read back (check states, the
+// normalisation choice).
+struct main_window::actions {
+  QAction* open_image = nullptr;
+  QAction* open_reflectance = nullptr;
+  QAction* close_image = nullptr;
+  QAction* close_all = nullptr;
+  QAction* save_view = nullptr;
+  QAction* save_hsz = nullptr;
+  QAction* export_irradiance = nullptr;
+  QAction* export_reflectance = nullptr;
+  QAction* export_materials = nullptr;
+  QAction* export_illumination = nullptr;
+  QAction* import_illumination = nullptr;
+  QAction* quit = nullptr;
+  QAction* undo = nullptr;
+  QAction* redo = nullptr;
+  QAction* reload = nullptr;
+  QAction* remove_bands = nullptr;
+  QAction* crop = nullptr;
+  QAction* by_cube = nullptr;
+  QAction* by_band = nullptr;
+  QAction* rendering = nullptr;
+  QAction* color = nullptr;
+  QAction* irradiance = nullptr;
+  QAction* reflectance = nullptr;
+  QAction* specularity = nullptr;
+  QAction* shading = nullptr;
+  QAction* abundance_layer = nullptr;
+  QAction* fit = nullptr;
+  QAction* actual = nullptr;
+  QAction* zoom_in = nullptr;
+  QAction* zoom_out = nullptr;
+  QAction* recover_illuminant = nullptr;
+  QAction* recover_reflectance = nullptr;
+  QAction* discover_materials = nullptr;
+  QAction* analysis = nullptr;
+  QAction* settings = nullptr;
+  QAction* pixel_inspector = nullptr;
+  QAction* polygon_tool = nullptr;
+  QAction* about = nullptr;
+};
+
+}  // namespace tavr
+
+#endif

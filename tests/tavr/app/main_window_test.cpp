@@ -1,0 +1,204 @@
+#include <QAction>
+#include <QDockWidget>
+#include <QListWidget>
+#include <QMenuBar>
+#include <QProgressDialog>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QStatusBar>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include "corv/io/logger.h"
+#include "tavr/app/main_window.h"
+#include "tavr/plots/pixel_dialog.h"
+#include "tavr/plots/plot.h"
+#include "tavr/view/image_view.h"
+
+namespace {
+
+const QString sample = QStringLiteral(CORV_SOURCE_DIR "/data/sample/sample.hdr");
+
+QAction* action_named(QWidget& window, const QString& text) {
+  for (QAction* action : window.findChildren<QAction*>()) {
+    if (action->text() == text) {
+      return action;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+class main_window_test : public QObject {
+  Q_OBJECT
+
+ private Q_SLOTS:
+  void initTestCase() { corv::logger::instance().set_echo(false); }
+
+  void menus_actions_and_docks() {
+    QTemporaryDir dir;
+    QSettings settings(dir.filePath("tavrel.ini"), QSettings::IniFormat);
+    tavr::main_window window(&settings);
+    QCOMPARE(window.windowTitle(), QString("Tavrel"));
+    const QList<QPair<QString, QString>> shortcuts = {{"Open Image...", "Ctrl+O"},
+                                                      {"Close Image", "Ctrl+W"},
+                                                      {"Close All Images", "Ctrl+Alt+C"},
+                                                      {"&Quit", "Ctrl+Q"},
+                                                      {"Undo", "Ctrl+Z"},
+                                                      {"Redo", "Ctrl+Y"},
+                                                      {"Reload Original Image", "Ctrl+R"},
+                                                      {"Crop to Selection", "Alt+C"},
+                                                      {"Color", "Alt+1"},
+                                                      {"Irradiance", "Alt+2"},
+                                                      {"Reflectance", "Alt+3"},
+                                                      {"Specularity", "Alt+4"},
+                                                      {"Shading", "Alt+5"},
+                                                      {"Zoom In", "Ctrl+="},
+                                                      {"Zoom Out", "Ctrl+-"},
+                                                      {"Settings...", "Shift+P"},
+                                                      {"Label Image (Polygon Tool)", "Alt+P"}};
+    for (const auto& [text, keys] : shortcuts) {
+      QAction* action = action_named(window, text);
+      QVERIFY2(action != nullptr, qPrintable(text));
+      QCOMPARE(action->shortcut(), QKeySequence(keys));
+    }
+    for (const QString text :
+         {"Open Reflectance Image...", "Save Current Image View...", "Save as HSZ...",
+          "Material Reflectances...", "Illumination Spectrum...", "Import Illumination Spectrum...",
+          "Remove Bands", "Show Material Abundance Layer", "Fit to Window", "Actual Size",
+          "Recover Illuminant", "Recover Reflectance", "Run Material Discovery", "Run Analysis",
+          "Pixel Inspector...", "About", "Image Rendering..."}) {
+      QVERIFY2(action_named(window, text) != nullptr, qPrintable(text));
+    }
+    QCOMPARE(action_named(window, "Open Image...")->toolTip(), QString("Open Image"));
+    QCOMPARE(action_named(window, "By Band")->toolTip(),
+             QString("Normalize image bands by dividing by the maximum value of the band."));
+    QVERIFY(action_named(window, "By Cube")->isChecked());
+
+    QStringList menus;
+    for (QAction* action : window.menuBar()->actions()) {
+      menus.append(action->text());
+    }
+    QCOMPARE(menus, (QStringList{"File", "Image", "View", "Process", "Tools", "Help"}));
+
+    auto* plots = window.findChild<QDockWidget*>("Plots_Dock");
+    QVERIFY(plots != nullptr);
+    QCOMPARE(plots->windowTitle(), QString("Plots"));
+    QCOMPARE(window.startup_docks().size(), 5);
+    QCOMPARE(window.statusBar()->styleSheet(), QString("QStatusBar::item { border: none; };"));
+    QCOMPARE(window.process_dialog().labelText(), QString("Running Corvantis"));
+    QCOMPARE(window.process_dialog().windowTitle(), QString("Processing Pipeline"));
+    QCOMPARE(window.cancel_dialog().labelText(), QString("Cancelling Pipeline"));
+
+    auto* list = window.findChild<QDockWidget*>("Images_Dock")->findChild<QListWidget*>();
+    window.change_image_list_flow_(Qt::BottomDockWidgetArea);
+    QCOMPARE(list->flow(), QListView::LeftToRight);
+    window.change_image_list_flow_(Qt::LeftDockWidgetArea);
+    QCOMPARE(list->flow(), QListView::TopToBottom);
+  }
+
+  void opening_plotting_and_closing() {
+    QTemporaryDir dir;
+    QSettings settings(dir.filePath("tavrel.ini"), QSettings::IniFormat);
+    tavr::main_window window(&settings);
+    window.set_interactive(false);
+    window.resize(1200, 800);
+    window.show();
+    QSignalSpy messages(&window, &tavr::main_window::message_reported);
+
+    QVERIFY(window.open_image(sample));
+    QCOMPARE(window.images().size(), 1);
+    QCOMPARE(window.windowTitle(), QString("sample.hdr - Tavrel"));
+    auto* list = window.findChild<QDockWidget*>("Images_Dock")->findChild<QListWidget*>();
+    QCOMPARE(list->currentItem()->text(),
+             QString("sample.hdr\nHeight: 200\nWidth: 300\nBands: 33"));
+    QVERIFY(window.view().has_picture());
+    QCOMPARE(window.view().picture_rect(), QRectF(0, 0, 300, 200));
+    QVERIFY(window.view().current_scale() <= 1.0);
+    QCOMPARE(window.app_settings().recent_image_filenames.front(), sample);
+
+    const QString missing = dir.filePath("missing.hdr");
+    QVERIFY(!window.open_image(missing));
+    QCOMPARE(messages.size(), 1);
+    QCOMPARE(messages.front().at(0).toString(), QString("Open File"));
+    QCOMPARE(messages.front().at(1).toString(),
+             "Could not open image file " + missing + ".<br/>File does not exist");
+    QCOMPARE(window.images().size(), 1);
+
+    // A click plots the pixel and adds it to the inspector; a rectangle adds its pixels.
+    Q_EMIT window.view().image_clicked(QPointF(10.5, 20.5));
+    QCOMPARE(window.plots().source_plot().main_curve().values.size(), 33);
+    QCOMPARE(window.plots().source_plot().main_curve().name, QString("(10, 20)"));
+    const double value = window.images().front()->pipeline().I()(20, 10, 5);
+    QCOMPARE(window.plots().source_plot().main_curve().values[5], value);
+    QCOMPARE(window.inspector().pixel_count(), 1);
+    Q_EMIT window.view().selection_rect_set(QRectF(1, 1, 4, 2));
+    QCOMPARE(window.plots().source_plot().further_curve_count(), 8);
+
+    // A second image (dropped on the view) becomes current; closing it returns to the first.
+    Q_EMIT window.view().main_open_image(sample);
+    QCOMPARE(window.images().size(), 2);
+    QCOMPARE(list->currentRow(), 1);
+    window.close_image_();
+    QCOMPARE(window.images().size(), 1);
+    QCOMPARE(window.windowTitle(), QString("sample.hdr - Tavrel"));
+
+    // Views without their component report it and stay on the colour view.
+    window.view_high_();
+    QCOMPARE(window.current_view(), tavr::component_view::colour);
+    QCOMPARE(messages.back().at(0).toString(), QString("Tavrel"));
+    window.view_irradiance_();
+    QCOMPARE(window.current_view(), tavr::component_view::irradiance);
+
+    Q_EMIT window.view().main_open_workspace(dir.filePath("w.tvw"));
+    QCOMPARE(messages.back().at(0).toString(), QString("Open Workspace"));
+    QCOMPARE(window.images().size(), 1);
+
+    window.close_all_images_();
+    QVERIFY(window.images().isEmpty());
+    QCOMPARE(window.windowTitle(), QString("Tavrel"));
+    QVERIFY(!window.view().has_picture());
+
+    window.close();
+    settings.sync();
+    QCOMPARE(settings.value("recent_image_filenames").toStringList(), QStringList{sample});
+    QCOMPARE(settings.value("version").toString(), QString("1.2.0"));
+    QVERIFY(!settings.value("main_window_state").toByteArray().isEmpty());
+  }
+
+  void processing_fills_the_docks() {
+    QTemporaryDir dir;
+    QSettings settings(dir.filePath("tavrel.ini"), QSettings::IniFormat);
+    tavr::main_window window(&settings);
+    window.set_interactive(false);
+    window.show();
+    QVERIFY(!window.process(tavr::processing_command::analysis));  // no image yet
+    QVERIFY(window.open_image(sample));
+    window.processing_values().pca_on_reflectance = false;
+    window.processing_values().principal_components = 4;
+    QSignalSpy finished(&window.processing(), &tavr::processing_controller::finished);
+    QVERIFY(window.process(tavr::processing_command::analysis));
+    QVERIFY(window.process_dialog().isVisible());
+    QVERIFY(!window.process(tavr::processing_command::analysis));
+    QVERIFY(finished.wait(60000));
+    QCOMPARE(finished.front().at(1).toString(), QString());
+    QVERIFY(!window.process_dialog().isVisible());
+    auto* pca = window.findChild<QDockWidget*>("PCA_Dock")->findChild<QListWidget*>();
+    QCOMPARE(pca->count(), 4);
+    QVERIFY(pca->item(0)->text().startsWith("PC 1 ("));
+
+    // Cancelling swaps the progress dialog for the cancel dialog until the run ends.
+    QVERIFY(window.process(tavr::processing_command::analysis));
+    Q_EMIT window.process_dialog().canceled();  // what its Cancel button sends
+    QVERIFY(!window.process_dialog().isVisible());
+    QVERIFY(window.cancel_dialog().isVisible());
+    QCOMPARE(window.cancel_dialog().labelText(), QString("Cancelling Pipeline"));
+    QVERIFY(finished.wait(60000));
+    QCOMPARE(finished.back().at(1).toString(), QString());
+    QVERIFY(!window.cancel_dialog().isVisible());
+  }
+};
+
+QTEST_MAIN(main_window_test)
+#include "main_window_test.moc"
