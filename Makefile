@@ -12,6 +12,8 @@ SAMPLE      := data/sample/sample.hdr
 RUN_OUT     := $(BUILD_DIR)/run
 
 export CCACHE_DIR ?= $(CURDIR)/.ccache
+# Paths relative to the checkout, so that other checkouts of the project share hits.
+export CCACHE_BASEDIR ?= $(CURDIR)
 export CCACHE_SLOPPINESS := pch_defines,time_macros,include_file_mtime,include_file_ctime
 
 .PHONY: run test deps build sanitize clean format
