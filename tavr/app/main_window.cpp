@@ -6,12 +6,14 @@
 #include <QDockWidget>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QListView>
 #include <QListWidget>
 #include <QMenu>
 #include <QMenuBar>
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QSettings>
+#include <QStandardItemModel>
 #include <QStatusBar>
 #include <QThreadPool>
 #include <QToolBar>
@@ -258,12 +260,14 @@ void main_window::build_menus() {
 }
 
 void main_window::build_docks() {
-  image_list_ = new QListWidget(this);
+  image_list_ = new QListView(this);
+  image_list_->setModel(&images_);
   image_list_->setIconSize(QSize(64, 64));
   image_list_->setFlow(QListView::TopToBottom);
+  image_list_->setEditTriggers(QAbstractItemView::NoEditTriggers);
   images_dock_ = make_dock(this, "Current Images", "Images_Dock", image_list_);
   addDockWidget(Qt::LeftDockWidgetArea, images_dock_);
-  connect(image_list_, &QListWidget::currentItemChanged, this,
+  connect(image_list_->selectionModel(), &QItemSelectionModel::currentChanged, this,
           &main_window::hs_image_list_widget_item_changed_);
   connect(images_dock_, &QDockWidget::dockLocationChanged, this,
           &main_window::change_image_list_flow_);
@@ -276,11 +280,14 @@ void main_window::build_docks() {
   });
 
   auto* materials = new QWidget(this);
-  materials_list_ = new QListWidget(materials);
+  materials_ = new QStandardItemModel(this);
+  auto* materials_list = new QListView(materials);
+  materials_list->setModel(materials_);
+  materials_list->setEditTriggers(QAbstractItemView::NoEditTriggers);
   auto* deselect = new QPushButton("Deselect All Materials", materials);
   auto* select = new QPushButton("Select All Materials", materials);
   auto* material_layout = new QVBoxLayout(materials);
-  material_layout->addWidget(materials_list_, 1);
+  material_layout->addWidget(materials_list, 1);
   auto* material_buttons = new QHBoxLayout;
   material_buttons->addWidget(deselect);
   material_buttons->addWidget(select);
@@ -288,16 +295,14 @@ void main_window::build_docks() {
   materials_dock_ = make_dock(this, "Materials", "Materials_Dock", materials);
   addDockWidget(Qt::LeftDockWidgetArea, materials_dock_);
   auto check_all = [this](Qt::CheckState state) {
-    for (int i = 0; i < materials_list_->count(); ++i) {
-      materials_list_->item(i)->setCheckState(state);
+    for (int i = 0; i < materials_->rowCount(); ++i) {
+      materials_->item(i)->setCheckState(state);
     }
   };
   connect(deselect, &QPushButton::clicked, this, [check_all] { check_all(Qt::Unchecked); });
   connect(select, &QPushButton::clicked, this, [check_all] { check_all(Qt::Checked); });
-  connect(materials_list_, &QListWidget::itemChanged, this, [this] {
-    if (abundance_layer_) {
-      render_current(no_fit);
-    }
+  connect(materials_, &QStandardItemModel::itemChanged, this, [this](QStandardItem* item) {
+    material_check_changed_(item->row(), item->checkState() == Qt::Checked);
   });
 
   pca_list_ = new QListWidget(this);

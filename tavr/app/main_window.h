@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 
+#include "tavr/app/image_list_model.h"
 #include "tavr/app/viewer_settings.h"
 #include "tavr/image/colour_renderer.h"
 #include "tavr/image/hs_image.h"
@@ -19,9 +20,12 @@ class QAction;
 class QActionGroup;
 class QDockWidget;
 class QLabel;
+class QListView;
 class QListWidget;
 class QListWidgetItem;
 class QMenu;
+class QModelIndex;
+class QStandardItemModel;
 class QProgressDialog;
 class QSettings;
 
@@ -50,7 +54,8 @@ class main_window : public QMainWindow {
   // reported through `message_reported` (command-line and test runs).
   void set_interactive(bool interactive) { interactive_ = interactive; }
 
-  const QList<std::shared_ptr<hs_image>>& images() const { return images_; }
+  const QList<std::shared_ptr<hs_image>>& images() const { return images_.images(); }
+  image_list_model& image_list() { return images_; }
   std::shared_ptr<hs_image> current_image() const;
   image_view& view() { return *view_; }
   plot& plots() { return *plots_; }
@@ -60,7 +65,8 @@ class main_window : public QMainWindow {
   QProgressDialog& cancel_dialog() { return *cancel_dialog_; }
   const viewer_settings& app_settings() const { return app_settings_; }
   processing_settings& processing_values() { return processing_values_; }
-  component_view current_view() const { return view_kind_; }
+  // The view of the current image (colour when there is none).
+  component_view current_view() const;
   // The docks that start hidden and show with the window after the splash.
   QList<QDockWidget*> startup_docks() const;
 
@@ -121,7 +127,7 @@ class main_window : public QMainWindow {
   void show_pca_dock_();
   void show_plots_dock_();
   void change_image_list_flow_(Qt::DockWidgetArea area);
-  void hs_image_list_widget_item_changed_(QListWidgetItem* current, QListWidgetItem* previous);
+  void hs_image_list_widget_item_changed_(const QModelIndex& current, const QModelIndex& previous);
 
   void add_plot_curve_(const QPointF& point);
   void add_plot_curves_(const QRectF& rect);
@@ -154,7 +160,12 @@ class main_window : public QMainWindow {
   // Renders the current image into the view with a fit mode; false on failure.
   bool render_current(const QString& fit_mode);
   void add_image(const std::shared_ptr<hs_image>& image);
+  void set_current_row(int row);
   void image_changed();
+  // Keeps the zoom and position of the image shown so far in its view state.
+  void remember_view_state();
+  // Checks the view, layer and normalisation actions of the current image.
+  void sync_view_actions();
   // Runs one step of the current image's preparation history (undo, redo,
   // reload) when it is possible and no processing is running.
   void change_image_history(const QString& title,
@@ -167,6 +178,7 @@ class main_window : public QMainWindow {
   void show_processing_progress_(const tavr::stage_progress& progress);
   void show_cancel_dialog_();
   void show_principal_component_(QListWidgetItem* item);
+  void material_check_changed_(int row, bool checked);
   // "Material <n>" for a pixel of the current image's material map (empty when none).
   QString material_at(const QPoint& pixel) const;
   // Asks for a file name to save under, remembering its folder in `remembered`.
@@ -180,10 +192,8 @@ class main_window : public QMainWindow {
   processing_controller processing_;
   bool interactive_ = true;
 
-  QList<std::shared_ptr<hs_image>> images_;
-  component_view view_kind_ = component_view::colour;
-  band_normalisation normalisation_ = band_normalisation::by_cube;
-  bool abundance_layer_ = false;
+  image_list_model images_;
+  std::weak_ptr<hs_image> shown_;  // the image whose picture the view holds
 
   image_view* view_ = nullptr;
   plot* plots_ = nullptr;
@@ -199,9 +209,9 @@ class main_window : public QMainWindow {
   QDockWidget* materials_dock_ = nullptr;
   QDockWidget* pca_dock_ = nullptr;
   QDockWidget* plots_dock_ = nullptr;
-  QListWidget* image_list_ = nullptr;
+  QListView* image_list_ = nullptr;
   QListWidget* components_list_ = nullptr;
-  QListWidget* materials_list_ = nullptr;
+  QStandardItemModel* materials_ = nullptr;
   QListWidget* pca_list_ = nullptr;
 
   QMenu* recent_images_menu_ = nullptr;
