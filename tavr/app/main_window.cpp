@@ -22,9 +22,11 @@
 #include "tavr/app/main_window_actions.h"
 #include "tavr/dialogs/rendering_dialog.h"
 #include "tavr/dialogs/settings_dialog.h"
+#include "tavr/labels/label_controller.h"
 #include "tavr/plots/pixel_dialog.h"
 #include "tavr/plots/plot.h"
 #include "tavr/view/image_view.h"
+#include "tavr/workspace/workspace_controller.h"
 
 namespace tavr {
 
@@ -87,8 +89,10 @@ main_window::main_window(QSettings* settings, QWidget* parent)
   statusBar()->addPermanentWidget(hover_label_);
 
   build_actions();
+  build_feature_actions();
   build_menus();
   build_docks();
+  build_feature_docks();
   connect_view();
   connect_processing();
   restore_settings();
@@ -240,6 +244,7 @@ void main_window::build_menus() {
   QMenu* tools = menuBar()->addMenu("Tools");
   tools->addAction(a.pixel_inspector);
   tools->addAction(a.polygon_tool);
+  build_feature_menus(file, tools, docks);
 
   QMenu* help = menuBar()->addMenu("Help");
   help->addAction(a.about);
@@ -355,7 +360,7 @@ void main_window::connect_processing() {
 QList<QDockWidget*> main_window::startup_docks() const {
   QList<QDockWidget*> docks;
   for (QDockWidget* dock :
-       {images_dock_, components_dock_, materials_dock_, pca_dock_, plots_dock_}) {
+       {images_dock_, components_dock_, materials_dock_, labels_dock_, pca_dock_, plots_dock_}) {
     docks.append(dock);
   }
   return docks;
@@ -385,9 +390,18 @@ void main_window::refresh_recent_menus() {
     recent_images_menu_->addAction(path)->setData(path);
   }
   recent_images_menu_->setEnabled(!app_settings_.recent_image_filenames.isEmpty());
+  recent_workspaces_menu_->clear();
+  for (const QString& path : app_settings_.recent_workspace_filenames) {
+    recent_workspaces_menu_->addAction(path)->setData(path);
+  }
+  recent_workspaces_menu_->setEnabled(!app_settings_.recent_workspace_filenames.isEmpty());
 }
 
 void main_window::closeEvent(QCloseEvent* event) {
+  if (!workspace_->settle_changes(processing_values_.portable_workspace, current_row())) {
+    event->ignore();
+    return;
+  }
   if (processing_.running()) {
     // The run works on an image this window owns: let it stop first.
     processing_.pipeline_process_cancel_();

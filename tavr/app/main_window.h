@@ -13,6 +13,7 @@
 #include "tavr/app/viewer_settings.h"
 #include "tavr/image/colour_renderer.h"
 #include "tavr/image/hs_image.h"
+#include "tavr/library/library_model.h"
 #include "tavr/processing/processing_controller.h"
 #include "tavr/processing/processing_settings.h"
 
@@ -32,7 +33,11 @@ class QSettings;
 namespace tavr {
 
 class image_view;
+class label_controller;
+class labels_dock;
 class pixel_dialog;
+class spectral_manager_dialog;
+class workspace_controller;
 class rendering_dialog;
 class plot;
 class settings_dialog;
@@ -64,6 +69,11 @@ class main_window : public QMainWindow {
   QProgressDialog& process_dialog() { return *process_dialog_; }
   QProgressDialog& cancel_dialog() { return *cancel_dialog_; }
   const viewer_settings& app_settings() const { return app_settings_; }
+  // The polygon labels, the viewer's library and the workspace.
+  label_controller& labels() { return *labels_; }
+  library_model& library() { return library_; }
+  spectral_manager_dialog& library_manager() { return *library_dialog_; }
+  workspace_controller& workspace() { return *workspace_; }
   processing_settings& processing_values() { return processing_values_; }
   // The view of the current image (colour when there is none).
   component_view current_view() const;
@@ -78,7 +88,9 @@ class main_window : public QMainWindow {
   // every file opened.
   bool open_images(const QStringList& files);
   bool open_image(const QString& file_name);
-  void open_workspace(const QString& file_name);
+  bool open_workspace(const QString& file_name);
+  // Saves the window's contents as a workspace; false (reported) on failure.
+  bool save_workspace(const QString& file_name, bool portable);
 
   void open_image_();
   void open_reflectance_image_();
@@ -134,6 +146,35 @@ class main_window : public QMainWindow {
   void pixel_inspect_(const QPointF& point);
   void about_();
 
+  // Workspaces, the library manager and polygon labels: each hands over to its controller.
+  void new_workspace_();
+  void open_workspace_();
+  void open_recent_workspace_(QAction* action);
+  void close_workspace_();
+  void save_workspace_();
+  void save_workspace_as_();
+  void show_spectral_library_manager_();
+  void show_polygon_labels_dock_();
+  void add_polygon_();
+  void delete_polygon_();
+  void delete_label_();
+  void edit_polygon_label_();
+  void edit_polygon_list_label_();
+  void edit_label_(const QModelIndex& index);
+  void select_polygon_label_(const QModelIndex& index);
+  void current_polygon_label_(const QModelIndex& index);
+  void select_all_polygons_();
+  void deselect_all_polygons_();
+  void deselect_polygon_label_in_list();
+  void plot_polygon_spectra_();
+  void add_polygons_to_library_();
+  void export_polygon_source_data_();
+  void export_polygon_reflectance_data_();
+  void export_polygon_data_em_();
+  void show_all_labels_();
+  void show_all_polygon_labels_();
+  void show_all_material_clusters_();
+
  Q_SIGNALS:
   void main_open_image(const QString& file_name);
   void main_open_workspace(const QString& file_name);
@@ -149,6 +190,11 @@ class main_window : public QMainWindow {
   void build_actions();
   void build_menus();
   void build_docks();
+  // Actions, menu entries and the dock of polygon labels, library and workspaces.
+  void build_feature_actions();
+  void build_feature_menus(QMenu* file, QMenu* tools, QMenu* docks);
+  void build_feature_docks();
+  int current_row() const;
   void connect_view();
   void connect_processing();
   void restore_settings();
@@ -214,7 +260,15 @@ class main_window : public QMainWindow {
   QStandardItemModel* materials_ = nullptr;
   QListWidget* pca_list_ = nullptr;
 
+  library_model library_;
+  std::unique_ptr<label_controller> labels_;
+  std::unique_ptr<workspace_controller> workspace_;
+  spectral_manager_dialog* library_dialog_ = nullptr;
+  labels_dock* labels_dock_content_ = nullptr;
+  QDockWidget* labels_dock_ = nullptr;
+
   QMenu* recent_images_menu_ = nullptr;
+  QMenu* recent_workspaces_menu_ = nullptr;
   QActionGroup* normalize_group_ = nullptr;
   struct actions;
   std::unique_ptr<actions> actions_;

@@ -48,6 +48,23 @@ struct main_window::actions {
   QAction* pixel_inspector = nullptr;
   QAction* polygon_tool = nullptr;
   QAction* about = nullptr;
+  // Workspaces, library manager and polygon labels.
+  QAction* new_workspace = nullptr;
+  QAction* open_workspace = nullptr;
+  QAction* close_workspace = nullptr;
+  QAction* save_workspace = nullptr;
+  QAction* save_workspace_as = nullptr;
+  QAction* library_manager = nullptr;
+  QAction* clear_polygon = nullptr;
+  QAction* edit_polygon = nullptr;
+  QAction* show_all_labels = nullptr;
+  QAction* show_polygon_labels = nullptr;
+  QAction* show_material_clusters = nullptr;
+  QAction* plot_polygons = nullptr;
+  QAction* polygons_to_library = nullptr;
+  QAction* export_polygon_source = nullptr;
+  QAction* export_polygon_reflectance = nullptr;
+  QAction* export_polygon_endmembers = nullptr;
 };
 
 }  // namespace tavr

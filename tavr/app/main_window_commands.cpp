@@ -26,10 +26,13 @@
 #include "tavr/image/component_probe.h"
 #include "tavr/image/image_exporter.h"
 #include "tavr/image/open_image_controller.h"
+#include "tavr/labels/label_controller.h"
+#include "tavr/labels/labels_dock.h"
 #include "tavr/plots/pixel_dialog.h"
 #include "tavr/plots/pixel_values.h"
 #include "tavr/plots/plot.h"
 #include "tavr/view/image_view.h"
+#include "tavr/workspace/workspace_controller.h"
 
 namespace tavr {
 
@@ -125,11 +128,6 @@ bool main_window::open_files(const QStringList& files, const open_command& comma
   return opened.errors.isEmpty() && !opened.cancelled;
 }
 
-void main_window::open_workspace(const QString& file_name) {
-  report("Open Workspace", "Could not open workspace " + file_name +
-                               ".<br/><br/>Reason: Workspaces are not supported in this version.");
-}
-
 void main_window::open_image_() {
   const open_command command = open_image_command();
   const QStringList files = QFileDialog::getOpenFileNames(
@@ -149,6 +147,11 @@ void main_window::open_recent_image_(QAction* action) {
 }
 
 void main_window::add_image(const std::shared_ptr<hs_image>& image) {
+  workspace_->watch(*image);
+  connect(&image->labels(), &label_model::refused, this,
+          [this](const QString& text) { report("Tavrel", text); });
+  connect(&image->labels(), &label_model::dataChanged, this,
+          [this](const QModelIndex& index) { edit_label_(index); });
   images_.append(image);
   set_current_row(images_.size() - 1);  // renders it through image_changed
 }
@@ -184,6 +187,8 @@ void main_window::image_changed() {
   view_->clear_picture();
   plots_->clear_all();
   view_->set_labels(image == nullptr ? nullptr : &image->labels());
+  labels_->set_image(image);
+  labels_dock_content_->set_labels(image == nullptr ? nullptr : &image->labels());
   sync_view_actions();
   if (image == nullptr) {
     setWindowTitle("Tavrel");
