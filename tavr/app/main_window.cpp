@@ -398,14 +398,14 @@ void main_window::refresh_recent_menus() {
 }
 
 void main_window::closeEvent(QCloseEvent* event) {
-  if (!workspace_->settle_changes(processing_values_.portable_workspace, current_row())) {
-    event->ignore();
-    return;
-  }
   if (processing_.running()) {
     // The run works on an image this window owns: let it stop first.
     processing_.pipeline_process_cancel_();
     QThreadPool::globalInstance()->waitForDone();
+  }
+  if (!workspace_->settle_changes(processing_values_.portable_workspace, current_row())) {
+    event->ignore();
+    return;
   }
   store_settings();
   event->accept();

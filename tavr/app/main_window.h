@@ -195,6 +195,8 @@ class main_window : public QMainWindow {
   void build_feature_menus(QMenu* file, QMenu* tools, QMenu* docks);
   void build_feature_docks();
   int current_row() const;
+  // False, reported, while processing runs (a workspace reads every pipeline).
+  bool workspace_idle();
   void connect_view();
   void connect_processing();
   void restore_settings();

@@ -142,7 +142,15 @@ bool main_window::open_workspace(const QString& file_name) {
 }
 
 bool main_window::save_workspace(const QString& file_name, bool portable) {
-  return workspace_->save(file_name, portable, current_row());
+  return workspace_idle() && workspace_->save(file_name, portable, current_row());
+}
+
+bool main_window::workspace_idle() {
+  if (processing_.running()) {
+    report("Save Workspace", "An image is being processed; save the workspace when it is done.");
+    return false;
+  }
+  return true;
 }
 
 void main_window::new_workspace_() {
@@ -169,11 +177,15 @@ void main_window::close_workspace_() {
 }
 
 void main_window::save_workspace_() {
-  workspace_->save_current(processing_values_.portable_workspace, current_row());
+  if (workspace_idle()) {
+    workspace_->save_current(processing_values_.portable_workspace, current_row());
+  }
 }
 
 void main_window::save_workspace_as_() {
-  workspace_->save_as(processing_values_.portable_workspace, current_row());
+  if (workspace_idle()) {
+    workspace_->save_as(processing_values_.portable_workspace, current_row());
+  }
 }
 
 // The library manager

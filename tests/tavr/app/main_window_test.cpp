@@ -58,7 +58,14 @@ class main_window_test : public QObject {
                                                       {"Zoom In", "Ctrl+="},
                                                       {"Zoom Out", "Ctrl+-"},
                                                       {"Settings...", "Shift+P"},
-                                                      {"Label Image (Polygon Tool)", "Alt+P"}};
+                                                      {"Label Image (Polygon Tool)", "Alt+P"},
+                                                      {"New Workspace", "Ctrl+N"},
+                                                      {"Open Workspace...", "Ctrl+Shift+O"},
+                                                      {"Close Workspace", "Ctrl+Shift+C"},
+                                                      {"&Save Workspace", "Ctrl+S"},
+                                                      {"Show All Labels", "Alt+L"},
+                                                      {"Show All Polygon Labels", "Shift+L"},
+                                                      {"Show All Material Clusters", "Shift+M"}};
     for (const auto& [text, keys] : shortcuts) {
       QAction* action = action_named(window, text);
       QVERIFY2(action != nullptr, qPrintable(text));
