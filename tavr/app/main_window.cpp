@@ -32,16 +32,6 @@ namespace tavr {
 
 namespace {
 
-template <typename Slot>
-QAction* make_action(main_window* window, const QString& text, const QString& shortcut, Slot slot) {
-  auto* action = new QAction(text, window);
-  if (!shortcut.isEmpty()) {
-    action->setShortcut(QKeySequence(shortcut));
-  }
-  QObject::connect(action, &QAction::triggered, window, slot);
-  return action;
-}
-
 QDockWidget* make_dock(main_window* window, const QString& title, const QString& name,
                        QWidget* content) {
   auto* dock = new QDockWidget(title, window);

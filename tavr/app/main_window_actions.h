@@ -7,6 +7,17 @@
 
 namespace tavr {
 
+// An action of the window with its shortcut (none when empty), triggering a slot.
+template <typename Slot>
+QAction* make_action(main_window* window, const QString& text, const QString& shortcut, Slot slot) {
+  auto* action = new QAction(text, window);
+  if (!shortcut.isEmpty()) {
+    action->setShortcut(QKeySequence(shortcut));
+  }
+  QObject::connect(action, &QAction::triggered, window, slot);
+  return action;
+}
+
 // The main window's actions that its slots read back (check states, the
 // normalisation choice).
 struct main_window::actions {

@@ -721,6 +721,7 @@ void main_window::change_image_history(const QString& title,
   } catch (const std::exception& error) {
     report(title, text_of(error));
   }
+  shown_.reset();  // its size changed: fit it again
   image->view_state().scale = 0.0;
   images_.refresh(images_.row_of(image));
   image_changed();
@@ -785,6 +786,7 @@ void main_window::crop_image_() {
   } catch (const std::exception& error) {
     report("Crop to Selection", text_of(error));
   }
+  shown_.reset();  // its size changed: fit it again
   image->view_state().scale = 0.0;
   images_.refresh(images_.row_of(image));
   image_changed();

@@ -20,55 +20,37 @@
 
 namespace tavr {
 
-namespace {
-
-template <typename Slot>
-QAction* feature_action(main_window* window, const QString& text, const QString& shortcut,
-                        Slot slot) {
-  auto* action = new QAction(text, window);
-  if (!shortcut.isEmpty()) {
-    action->setShortcut(QKeySequence(shortcut));
-  }
-  QObject::connect(action, &QAction::triggered, window, slot);
-  return action;
-}
-
-}  // namespace
-
 void main_window::build_feature_actions() {
   actions& a = *actions_;
-  a.new_workspace = feature_action(this, "New Workspace", "Ctrl+N", &main_window::new_workspace_);
+  a.new_workspace = make_action(this, "New Workspace", "Ctrl+N", &main_window::new_workspace_);
   a.open_workspace =
-      feature_action(this, "Open Workspace...", "Ctrl+Shift+O", &main_window::open_workspace_);
+      make_action(this, "Open Workspace...", "Ctrl+Shift+O", &main_window::open_workspace_);
   a.close_workspace =
-      feature_action(this, "Close Workspace", "Ctrl+Shift+C", &main_window::close_workspace_);
-  a.save_workspace =
-      feature_action(this, "&Save Workspace", "Ctrl+S", &main_window::save_workspace_);
+      make_action(this, "Close Workspace", "Ctrl+Shift+C", &main_window::close_workspace_);
+  a.save_workspace = make_action(this, "&Save Workspace", "Ctrl+S", &main_window::save_workspace_);
   a.save_workspace_as =
-      feature_action(this, "Save Workspace As...", "", &main_window::save_workspace_as_);
-  a.library_manager = feature_action(this, "Spectral Library Manager...", "",
-                                     &main_window::show_spectral_library_manager_);
-  a.clear_polygon = feature_action(this, "Clear Polygon", "", &main_window::delete_polygon_);
+      make_action(this, "Save Workspace As...", "", &main_window::save_workspace_as_);
+  a.library_manager = make_action(this, "Spectral Library Manager...", "",
+                                  &main_window::show_spectral_library_manager_);
+  a.clear_polygon = make_action(this, "Clear Polygon", "", &main_window::delete_polygon_);
   a.clear_polygon->setToolTip("Clear Selected Polygon");
-  a.edit_polygon =
-      feature_action(this, "Edit Polygon Label", "", &main_window::edit_polygon_label_);
+  a.edit_polygon = make_action(this, "Edit Polygon Label", "", &main_window::edit_polygon_label_);
   a.edit_polygon->setToolTip("Edit Selected Polygon Label");
-  a.show_all_labels =
-      feature_action(this, "Show All Labels", "Alt+L", &main_window::show_all_labels_);
-  a.show_polygon_labels = feature_action(this, "Show All Polygon Labels", "Shift+L",
-                                         &main_window::show_all_polygon_labels_);
-  a.show_material_clusters = feature_action(this, "Show All Material Clusters", "Shift+M",
-                                            &main_window::show_all_material_clusters_);
+  a.show_all_labels = make_action(this, "Show All Labels", "Alt+L", &main_window::show_all_labels_);
+  a.show_polygon_labels = make_action(this, "Show All Polygon Labels", "Shift+L",
+                                      &main_window::show_all_polygon_labels_);
+  a.show_material_clusters = make_action(this, "Show All Material Clusters", "Shift+M",
+                                         &main_window::show_all_material_clusters_);
   a.plot_polygons =
-      feature_action(this, "Plot Polygon Spectra", "", &main_window::plot_polygon_spectra_);
-  a.polygons_to_library = feature_action(this, "Add Selected Labels to Spectral Library Manager",
-                                         "", &main_window::add_polygons_to_library_);
+      make_action(this, "Plot Polygon Spectra", "", &main_window::plot_polygon_spectra_);
+  a.polygons_to_library = make_action(this, "Add Selected Labels to Spectral Library Manager", "",
+                                      &main_window::add_polygons_to_library_);
   a.export_polygon_source =
-      feature_action(this, "Irradiance (CSV)...", "", &main_window::export_polygon_source_data_);
-  a.export_polygon_reflectance = feature_action(this, "Reflectance (CSV)...", "",
-                                                &main_window::export_polygon_reflectance_data_);
+      make_action(this, "Irradiance (CSV)...", "", &main_window::export_polygon_source_data_);
+  a.export_polygon_reflectance =
+      make_action(this, "Reflectance (CSV)...", "", &main_window::export_polygon_reflectance_data_);
   a.export_polygon_endmembers =
-      feature_action(this, "Endmembers (SLZ)...", "", &main_window::export_polygon_data_em_);
+      make_action(this, "Endmembers (SLZ)...", "", &main_window::export_polygon_data_em_);
 }
 
 void main_window::build_feature_menus(QMenu* file, QMenu* tools, QMenu* docks) {

@@ -42,6 +42,17 @@ corv::spectral_library pixel_library(const corv::cube& data, const corv::vector&
   return library;
 }
 
+// The progress dialog of the label exports.
+class export_dialog : public QProgressDialog {
+ public:
+  explicit export_dialog(QWidget* window)
+      : QProgressDialog("Exporting Material Library", "Cancel Export", 0, 1, window) {
+    setWindowTitle("Tavrel");
+    setWindowModality(Qt::WindowModal);
+    setMinimumDuration(0);
+  }
+};
+
 }  // namespace
 
 label_controller::label_controller(const image_list_model& images, library_model& library,
@@ -255,10 +266,7 @@ void label_controller::ask_export_raw(cube_kind kind, QString& folder) {
     return;
   }
   folder = QFileInfo(name).absolutePath();
-  QProgressDialog progress("Exporting Material Library", "Cancel Export", 0, 1, window_);
-  progress.setWindowTitle("Tavrel");
-  progress.setWindowModality(Qt::WindowModal);
-  progress.setMinimumDuration(0);
+  export_dialog progress(window_);
   try {
     export_raw(kind, name, [&progress](int done, int total) {
       progress.setMaximum(total);
@@ -282,10 +290,8 @@ void label_controller::ask_export_endmembers(QString& folder, bool mean) {
     return;
   }
   folder = QFileInfo(name).absolutePath();
-  QProgressDialog progress("Exporting Material Library", "Cancel Export", 0, 0, window_);
-  progress.setWindowTitle("Tavrel");
-  progress.setWindowModality(Qt::WindowModal);
-  progress.setMinimumDuration(0);
+  export_dialog progress(window_);
+  progress.setMaximum(0);
   progress.setValue(0);
   try {
     export_endmembers(name, mean);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "corv/io/component_selection.h"
+#include "corv/io/data_input.h"
 #include "corv/io/hdr_input.h"
 #include "corv/io/hdr_output.h"
 #include "corv/io/hsz_input.h"
@@ -162,8 +163,10 @@ bool save_workspace(const QString& file_name, const workspace_contents& contents
   try {
     for (int i = 0; i < contents.images.size(); ++i) {
       hs_image& image = *contents.images[i];
-      const bool on_disc =
-          QFileInfo(image.file_name()).isFile() && !in_folders(image.file_name(), temporary);
+      const bool in_memory =
+          dynamic_cast<const corv::data_input*>(image.original().get()) != nullptr;
+      const bool on_disc = !in_memory && QFileInfo(image.file_name()).isFile() &&
+                           !in_folders(image.file_name(), temporary);
       if (!portable && !on_disc) {
         left_out = true;
         continue;
