@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QPointF>
 #include <QRectF>
+#include <QSize>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -166,6 +167,8 @@ class hs_image : public QObject {
   void redo();
   // Returns to the image as it was opened (every component computed since is
   // discarded; parameters and spectral library are kept) and forgets the history.
+  // Crops and resizes move the polygon labels with the picture; undo, redo and
+  // reload move them back and forth.
   void reload();
 
   const QList<operation_record>& history() const { return history_; }
@@ -187,6 +190,9 @@ class hs_image : public QObject {
   void run_classification();
   void run_analysis();
   void apply_record(const operation_record& record, bool reflectance);
+  // Applies an operation and moves the polygon labels with the picture.
+  void apply_with_labels(const operation_record& record, bool reflectance);
+  QSize picture_size() const;
   void restore_original();
 
   std::shared_ptr<corv::pipeline> pipeline_;

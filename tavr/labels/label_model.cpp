@@ -163,6 +163,16 @@ QList<polygon_label> label_model::checked_labels() const {
   return checked;
 }
 
+void label_model::transform(const QTransform& transform) {
+  if (labels_.isEmpty() || transform.isIdentity()) {
+    return;
+  }
+  for (polygon_label& label : labels_) {
+    label.polygon = transform.map(label.polygon);
+  }
+  Q_EMIT dataChanged(index(0), index(labels_.size() - 1));
+}
+
 void label_model::reset(const QList<polygon_label>& labels) {
   beginResetModel();
   labels_ = labels;

@@ -7,6 +7,7 @@
 #include <QPolygonF>
 #include <QString>
 #include <QStringList>
+#include <QTransform>
 
 namespace tavr {
 
@@ -62,6 +63,9 @@ class label_model : public QAbstractListModel {
   int selected_row() const;
   // The checked labels, in model order.
   QList<polygon_label> checked_labels() const;
+  // Moves every polygon by a transform of picture coordinates (the picture was
+  // cropped or resized).
+  void transform(const QTransform& transform);
   // Replaces every label (a workspace being opened).
   void reset(const QList<polygon_label>& labels);
 

@@ -87,6 +87,22 @@ class labels_test : public QObject {
     QCOMPARE(dialog.result(), int(QDialog::Rejected));
   }
 
+  void labels_follow_crops_and_resizes() {
+    const auto image = small_image("scene");
+    image->labels().add({"a", QColor("Red"), square(4, 2, 2)});
+    auto corner = [&image] { return image->labels().at(0).polygon.boundingRect(); };
+    image->crop(QRectF(2, 1, 4, 3));
+    QCOMPARE(corner(), QRectF(2, 1, 2, 2));
+    image->undo();
+    QCOMPARE(corner(), QRectF(4, 2, 2, 2));
+    image->redo();
+    QCOMPARE(corner(), QRectF(2, 1, 2, 2));
+    image->resize(50, 50);  // 5 x 4 pixels become 2 x 2
+    QCOMPARE(corner(), QRectF(0.8, 0.5, 0.8, 1));
+    image->reload();
+    QCOMPARE(corner(), QRectF(4, 2, 2, 2));
+  }
+
   void spectra_library_and_exports() {
     tavr::image_list_model images;
     tavr::library_model library;
