@@ -24,21 +24,33 @@ QString with_suffix(const QString& name, const QString& suffix) {
 // Every pixel of the labels under its label's text and colour.
 corv::spectral_library pixel_library(const corv::cube& data, const corv::vector& wavelengths,
                                      const QList<polygon_label>& labels) {
-  corv::spectral_library library;
+  QList<QVector<QPoint>> pixels;
+  arma::uword count = 0;
   for (const polygon_label& label : labels) {
-    const QVector<QPoint> pixels =
-        pixels_inside(label.polygon, static_cast<int>(data.n_cols), static_cast<int>(data.n_rows));
-    QList<polygon_label> one;
-    for (const QPoint& p : pixels) {
-      polygon_label pixel = label;
-      pixel.polygon = QPolygonF(QRectF(p, QSizeF(1, 1)));
-      one.append(pixel);
+    pixels.append(
+        pixels_inside(label.polygon, static_cast<int>(data.n_cols), static_cast<int>(data.n_rows)));
+    if (pixels.back().isEmpty()) {
+      polygon_endmembers(data, wavelengths, {label});  // refused with the label's name
     }
-    if (pixels.isEmpty()) {
-      one.append(label);  // refused with the label's name below
-    }
-    library.merge(polygon_endmembers(data, wavelengths, one));
+    count += static_cast<arma::uword>(pixels.back().size());
   }
+  corv::matrix spectra(data.n_slices, count);
+  corv::matrix colours(count, 3);
+  std::vector<std::string> names;
+  arma::uword column = 0;
+  for (int i = 0; i < labels.size(); ++i) {
+    for (const QPoint& p : pixels[i]) {
+      spectra.col(column) =
+          corv::vector(data.tube(static_cast<arma::uword>(p.y()), static_cast<arma::uword>(p.x())));
+      colours.row(column) = corv::matrix{{static_cast<float>(labels[i].colour.red()),
+                                          static_cast<float>(labels[i].colour.green()),
+                                          static_cast<float>(labels[i].colour.blue())}};
+      names.push_back(labels[i].label.toStdString());
+      ++column;
+    }
+  }
+  corv::spectral_library library(spectra, names, wavelengths);
+  library.set_colours(colours);
   return library;
 }
 
