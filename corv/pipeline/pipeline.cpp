@@ -1,6 +1,7 @@
 #include "corv/pipeline/pipeline.h"
 
 #include <stdexcept>
+#include <string>
 
 #include "corv/io/logger.h"
 
@@ -155,6 +156,20 @@ void pipeline::set_k(const matrix& k) {
 }
 void pipeline::set_g(const matrix& g) {
   g_ = g;
+}
+
+void pipeline::set_materials(const matrix& elements, const cube& abundances, const cube& indexes) {
+  if (elements.n_rows != bands_ || abundances.n_rows != height_ || abundances.n_cols != width_ ||
+      arma::size(abundances) != arma::size(indexes)) {
+    throw std::runtime_error("set_materials: Incorrect dimensions (elements must have " +
+                             std::to_string(bands_) + " bands, abundances and indexes " +
+                             std::to_string(height_) + " x " + std::to_string(width_) +
+                             " pixels).");
+  }
+  material_elements_ = elements;
+  material_element_abundances_ = abundances;
+  material_element_abundance_indexes_ = indexes;
+  material_map_ = indexes.n_slices > 0 ? matrix(indexes.slice(0)) : matrix();
 }
 
 void pipeline::reset_components(bool reflectance) {

@@ -50,6 +50,10 @@ class pipeline {
   void set_s(const cube& reflectance, const vector& wavelengths);
   void set_k(const matrix& k);
   void set_g(const matrix& g);
+  // Material elements (one spectrum per column) with each pixel's abundances and
+  // 0-based element indexes (height x width x entries); the material map follows
+  // from the indexes. Sizes that do not fit the image are refused.
+  void set_materials(const matrix& elements, const cube& abundances, const cube& indexes);
 
   // Empties illuminant, k, g, the stored patches and the material components;
   // with the flag set, s as well.

@@ -1,6 +1,8 @@
 // Tavrel: the viewer's entry point. Shows the splash picture, builds the main
-// window and opens the image named last on the command line; with --screenshot
-// it renders the window after the requested processing into a picture and exits.
+// window and opens the image or workspace named last on the command line; with
+// --screenshot it renders the window after the requested processing into a
+// picture and exits; with --save-workspace it saves the images named as a
+// workspace and exits.
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QDockWidget>
@@ -96,10 +98,10 @@ bool command_for(const QStringList& stages, tavr::processing_command& command) {
 // The screenshot run: open, process, show the view, plot the centre pixel, grab.
 class screenshot_run : public QObject {
  public:
-  screenshot_run(tavr::main_window& window, QString image, QString view, QStringList stages,
-                 QString file)
+  screenshot_run(tavr::main_window& window, tavr::startup_file opened, QString view,
+                 QStringList stages, QString file)
       : window_(window),
-        image_(std::move(image)),
+        opened_(std::move(opened)),
         view_(std::move(view)),
         stages_(std::move(stages)),
         file_(std::move(file)) {
@@ -109,7 +111,8 @@ class screenshot_run : public QObject {
 
   void start() {
     window_.show();
-    if (!window_.open_image(image_)) {
+    const bool workspace = opened_.what == tavr::startup_file::kind::workspace;
+    if (!(workspace ? window_.open_workspace(opened_.path) : window_.open_image(opened_.path))) {
       finish(1);
       return;
     }
@@ -136,7 +139,9 @@ class screenshot_run : public QObject {
  private:
   void after_processing() {
     reported_ = false;
-    view_for(view_, window_);
+    if (!view_.isEmpty()) {
+      view_for(view_, window_);
+    }
     if (reported_ || !window_.view().has_picture()) {
       finish(1);
       return;
@@ -167,7 +172,7 @@ class screenshot_run : public QObject {
   void finish(int code) { QCoreApplication::exit(code); }
 
   tavr::main_window& window_;
-  QString image_;
+  tavr::startup_file opened_;
   QString view_;
   QStringList stages_;
   QString file_;
@@ -191,21 +196,27 @@ int main(int argc, char** argv) {
   const QCommandLineOption screenshot(
       "screenshot", "Render the window into FILE (after any processing) and exit.", "FILE");
   const QCommandLineOption view(
-      "view", "View shown: color, irradiance, reflectance, specularity or shading.", "VIEW",
-      "color");
+      "view", "View shown: color, irradiance, reflectance, specularity or shading.", "VIEW");
   const QCommandLineOption process(
       "process", "Comma-separated stages to run first: illuminant, reflectance, materials.",
       "STAGES");
   parser.addOption(screenshot);
   parser.addOption(view);
+  const QCommandLineOption save_workspace(
+      "save-workspace", "Open the images named, save them as the workspace OUT and exit.", "OUT");
+  const QCommandLineOption portable(
+      "portable", "With --save-workspace: put the images inside the workspace file.");
   parser.addOption(process);
+  parser.addOption(save_workspace);
+  parser.addOption(portable);
   parser.addPositionalArgument("IMAGE", "An image (.hdr, .hsz, .tif) or workspace (.tvw).");
   parser.process(app);
 
   const QString view_name = parser.value(view);
   const QStringList stages = parser.value(process).split(',', Qt::SkipEmptyParts);
   tavr::processing_command command{};
-  if (!QStringList{"color", "irradiance", "reflectance", "specularity", "shading"}.contains(
+  if (!view_name.isEmpty() &&
+      !QStringList{"color", "irradiance", "reflectance", "specularity", "shading"}.contains(
           view_name)) {
     print_error("unknown view '" + view_name + "'");
     return 2;
@@ -218,10 +229,24 @@ int main(int argc, char** argv) {
   const tavr::startup_file startup =
       tavr::startup_file_of(QStringList{app.applicationFilePath()} + positional);
 
+  if (parser.isSet(save_workspace)) {
+    if (positional.isEmpty()) {
+      print_error("--save-workspace needs at least one image");
+      return 2;
+    }
+    tavr::main_window window;
+    window.set_interactive(false);
+    QObject::connect(&window, &tavr::main_window::message_reported,
+                     [](const QString&, const QString& text) { print_error(text); });
+    const bool saved = window.open_images(positional) &&
+                       window.save_workspace(parser.value(save_workspace), parser.isSet(portable));
+    return saved ? 0 : 1;
+  }
+
   if (parser.isSet(screenshot)) {
-    if (startup.what != tavr::startup_file::kind::image) {
-      print_error(positional.isEmpty() ? QString("--screenshot needs an image")
-                                       : "no image file " + positional.back());
+    if (startup.what == tavr::startup_file::kind::none) {
+      print_error(positional.isEmpty() ? QString("--screenshot needs an image or a workspace")
+                                       : "no image or workspace file " + positional.back());
       return 2;
     }
     tavr::main_window window;
@@ -229,7 +254,7 @@ int main(int argc, char** argv) {
     QObject::connect(&window, &tavr::main_window::message_reported,
                      [](const QString&, const QString& text) { print_error(text); });
     window.resize(1400, 860);
-    screenshot_run run(window, startup.path, view_name, stages, parser.value(screenshot));
+    screenshot_run run(window, startup, view_name, stages, parser.value(screenshot));
     QTimer::singleShot(0, &run, [&run] { run.start(); });
     return app.exec();
   }

@@ -6,12 +6,14 @@
 #include <QDockWidget>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QListView>
 #include <QListWidget>
 #include <QMenu>
 #include <QMenuBar>
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QSettings>
+#include <QStandardItemModel>
 #include <QStatusBar>
 #include <QThreadPool>
 #include <QToolBar>
@@ -20,23 +22,15 @@
 #include "tavr/app/main_window_actions.h"
 #include "tavr/dialogs/rendering_dialog.h"
 #include "tavr/dialogs/settings_dialog.h"
+#include "tavr/labels/label_controller.h"
 #include "tavr/plots/pixel_dialog.h"
 #include "tavr/plots/plot.h"
 #include "tavr/view/image_view.h"
+#include "tavr/workspace/workspace_controller.h"
 
 namespace tavr {
 
 namespace {
-
-template <typename Slot>
-QAction* make_action(main_window* window, const QString& text, const QString& shortcut, Slot slot) {
-  auto* action = new QAction(text, window);
-  if (!shortcut.isEmpty()) {
-    action->setShortcut(QKeySequence(shortcut));
-  }
-  QObject::connect(action, &QAction::triggered, window, slot);
-  return action;
-}
 
 QDockWidget* make_dock(main_window* window, const QString& title, const QString& name,
                        QWidget* content) {
@@ -85,8 +79,10 @@ main_window::main_window(QSettings* settings, QWidget* parent)
   statusBar()->addPermanentWidget(hover_label_);
 
   build_actions();
+  build_feature_actions();
   build_menus();
   build_docks();
+  build_feature_docks();
   connect_view();
   connect_processing();
   restore_settings();
@@ -238,6 +234,7 @@ void main_window::build_menus() {
   QMenu* tools = menuBar()->addMenu("Tools");
   tools->addAction(a.pixel_inspector);
   tools->addAction(a.polygon_tool);
+  build_feature_menus(file, tools, docks);
 
   QMenu* help = menuBar()->addMenu("Help");
   help->addAction(a.about);
@@ -258,12 +255,14 @@ void main_window::build_menus() {
 }
 
 void main_window::build_docks() {
-  image_list_ = new QListWidget(this);
+  image_list_ = new QListView(this);
+  image_list_->setModel(&images_);
   image_list_->setIconSize(QSize(64, 64));
   image_list_->setFlow(QListView::TopToBottom);
+  image_list_->setEditTriggers(QAbstractItemView::NoEditTriggers);
   images_dock_ = make_dock(this, "Current Images", "Images_Dock", image_list_);
   addDockWidget(Qt::LeftDockWidgetArea, images_dock_);
-  connect(image_list_, &QListWidget::currentItemChanged, this,
+  connect(image_list_->selectionModel(), &QItemSelectionModel::currentChanged, this,
           &main_window::hs_image_list_widget_item_changed_);
   connect(images_dock_, &QDockWidget::dockLocationChanged, this,
           &main_window::change_image_list_flow_);
@@ -276,11 +275,14 @@ void main_window::build_docks() {
   });
 
   auto* materials = new QWidget(this);
-  materials_list_ = new QListWidget(materials);
+  materials_ = new QStandardItemModel(this);
+  auto* materials_list = new QListView(materials);
+  materials_list->setModel(materials_);
+  materials_list->setEditTriggers(QAbstractItemView::NoEditTriggers);
   auto* deselect = new QPushButton("Deselect All Materials", materials);
   auto* select = new QPushButton("Select All Materials", materials);
   auto* material_layout = new QVBoxLayout(materials);
-  material_layout->addWidget(materials_list_, 1);
+  material_layout->addWidget(materials_list, 1);
   auto* material_buttons = new QHBoxLayout;
   material_buttons->addWidget(deselect);
   material_buttons->addWidget(select);
@@ -288,16 +290,14 @@ void main_window::build_docks() {
   materials_dock_ = make_dock(this, "Materials", "Materials_Dock", materials);
   addDockWidget(Qt::LeftDockWidgetArea, materials_dock_);
   auto check_all = [this](Qt::CheckState state) {
-    for (int i = 0; i < materials_list_->count(); ++i) {
-      materials_list_->item(i)->setCheckState(state);
+    for (int i = 0; i < materials_->rowCount(); ++i) {
+      materials_->item(i)->setCheckState(state);
     }
   };
   connect(deselect, &QPushButton::clicked, this, [check_all] { check_all(Qt::Unchecked); });
   connect(select, &QPushButton::clicked, this, [check_all] { check_all(Qt::Checked); });
-  connect(materials_list_, &QListWidget::itemChanged, this, [this] {
-    if (abundance_layer_) {
-      render_current(no_fit);
-    }
+  connect(materials_, &QStandardItemModel::itemChanged, this, [this](QStandardItem* item) {
+    material_check_changed_(item->row(), item->checkState() == Qt::Checked);
   });
 
   pca_list_ = new QListWidget(this);
@@ -350,7 +350,7 @@ void main_window::connect_processing() {
 QList<QDockWidget*> main_window::startup_docks() const {
   QList<QDockWidget*> docks;
   for (QDockWidget* dock :
-       {images_dock_, components_dock_, materials_dock_, pca_dock_, plots_dock_}) {
+       {images_dock_, components_dock_, materials_dock_, labels_dock_, pca_dock_, plots_dock_}) {
     docks.append(dock);
   }
   return docks;
@@ -380,6 +380,11 @@ void main_window::refresh_recent_menus() {
     recent_images_menu_->addAction(path)->setData(path);
   }
   recent_images_menu_->setEnabled(!app_settings_.recent_image_filenames.isEmpty());
+  recent_workspaces_menu_->clear();
+  for (const QString& path : app_settings_.recent_workspace_filenames) {
+    recent_workspaces_menu_->addAction(path)->setData(path);
+  }
+  recent_workspaces_menu_->setEnabled(!app_settings_.recent_workspace_filenames.isEmpty());
 }
 
 void main_window::closeEvent(QCloseEvent* event) {
@@ -387,6 +392,10 @@ void main_window::closeEvent(QCloseEvent* event) {
     // The run works on an image this window owns: let it stop first.
     processing_.pipeline_process_cancel_();
     QThreadPool::globalInstance()->waitForDone();
+  }
+  if (!workspace_->settle_changes(processing_values_.portable_workspace, current_row())) {
+    event->ignore();
+    return;
   }
   store_settings();
   event->accept();

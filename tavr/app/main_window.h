@@ -9,9 +9,11 @@
 #include <functional>
 #include <memory>
 
+#include "tavr/app/image_list_model.h"
 #include "tavr/app/viewer_settings.h"
 #include "tavr/image/colour_renderer.h"
 #include "tavr/image/hs_image.h"
+#include "tavr/library/library_model.h"
 #include "tavr/processing/processing_controller.h"
 #include "tavr/processing/processing_settings.h"
 
@@ -19,16 +21,23 @@ class QAction;
 class QActionGroup;
 class QDockWidget;
 class QLabel;
+class QListView;
 class QListWidget;
 class QListWidgetItem;
 class QMenu;
+class QModelIndex;
+class QStandardItemModel;
 class QProgressDialog;
 class QSettings;
 
 namespace tavr {
 
 class image_view;
+class label_controller;
+class labels_dock;
 class pixel_dialog;
+class spectral_manager_dialog;
+class workspace_controller;
 class rendering_dialog;
 class plot;
 class settings_dialog;
@@ -50,7 +59,8 @@ class main_window : public QMainWindow {
   // reported through `message_reported` (command-line and test runs).
   void set_interactive(bool interactive) { interactive_ = interactive; }
 
-  const QList<std::shared_ptr<hs_image>>& images() const { return images_; }
+  const QList<std::shared_ptr<hs_image>>& images() const { return images_.images(); }
+  image_list_model& image_list() { return images_; }
   std::shared_ptr<hs_image> current_image() const;
   image_view& view() { return *view_; }
   plot& plots() { return *plots_; }
@@ -59,8 +69,14 @@ class main_window : public QMainWindow {
   QProgressDialog& process_dialog() { return *process_dialog_; }
   QProgressDialog& cancel_dialog() { return *cancel_dialog_; }
   const viewer_settings& app_settings() const { return app_settings_; }
+  // The polygon labels, the viewer's library and the workspace.
+  label_controller& labels() { return *labels_; }
+  library_model& library() { return library_; }
+  spectral_manager_dialog& library_manager() { return *library_dialog_; }
+  workspace_controller& workspace() { return *workspace_; }
   processing_settings& processing_values() { return processing_values_; }
-  component_view current_view() const { return view_kind_; }
+  // The view of the current image (colour when there is none).
+  component_view current_view() const;
   // The docks that start hidden and show with the window after the splash.
   QList<QDockWidget*> startup_docks() const;
 
@@ -72,7 +88,9 @@ class main_window : public QMainWindow {
   // every file opened.
   bool open_images(const QStringList& files);
   bool open_image(const QString& file_name);
-  void open_workspace(const QString& file_name);
+  bool open_workspace(const QString& file_name);
+  // Saves the window's contents as a workspace; false (reported) on failure.
+  bool save_workspace(const QString& file_name, bool portable);
 
   void open_image_();
   void open_reflectance_image_();
@@ -121,12 +139,41 @@ class main_window : public QMainWindow {
   void show_pca_dock_();
   void show_plots_dock_();
   void change_image_list_flow_(Qt::DockWidgetArea area);
-  void hs_image_list_widget_item_changed_(QListWidgetItem* current, QListWidgetItem* previous);
+  void hs_image_list_widget_item_changed_(const QModelIndex& current, const QModelIndex& previous);
 
   void add_plot_curve_(const QPointF& point);
   void add_plot_curves_(const QRectF& rect);
   void pixel_inspect_(const QPointF& point);
   void about_();
+
+  // Workspaces, the library manager and polygon labels: each hands over to its controller.
+  void new_workspace_();
+  void open_workspace_();
+  void open_recent_workspace_(QAction* action);
+  void close_workspace_();
+  void save_workspace_();
+  void save_workspace_as_();
+  void show_spectral_library_manager_();
+  void show_polygon_labels_dock_();
+  void add_polygon_();
+  void delete_polygon_();
+  void delete_label_();
+  void edit_polygon_label_();
+  void edit_polygon_list_label_();
+  void edit_label_(const QModelIndex& index);
+  void select_polygon_label_(const QModelIndex& index);
+  void current_polygon_label_(const QModelIndex& index);
+  void select_all_polygons_();
+  void deselect_all_polygons_();
+  void deselect_polygon_label_in_list();
+  void plot_polygon_spectra_();
+  void add_polygons_to_library_();
+  void export_polygon_source_data_();
+  void export_polygon_reflectance_data_();
+  void export_polygon_data_em_();
+  void show_all_labels_();
+  void show_all_polygon_labels_();
+  void show_all_material_clusters_();
 
  Q_SIGNALS:
   void main_open_image(const QString& file_name);
@@ -143,6 +190,13 @@ class main_window : public QMainWindow {
   void build_actions();
   void build_menus();
   void build_docks();
+  // Actions, menu entries and the dock of polygon labels, library and workspaces.
+  void build_feature_actions();
+  void build_feature_menus(QMenu* file, QMenu* tools, QMenu* docks);
+  void build_feature_docks();
+  int current_row() const;
+  // False, reported, while processing runs (a workspace reads every pipeline).
+  bool workspace_idle();
   void connect_view();
   void connect_processing();
   void restore_settings();
@@ -154,7 +208,12 @@ class main_window : public QMainWindow {
   // Renders the current image into the view with a fit mode; false on failure.
   bool render_current(const QString& fit_mode);
   void add_image(const std::shared_ptr<hs_image>& image);
+  void set_current_row(int row);
   void image_changed();
+  // Keeps the zoom and position of the image shown so far in its view state.
+  void remember_view_state();
+  // Checks the view, layer and normalisation actions of the current image.
+  void sync_view_actions();
   // Runs one step of the current image's preparation history (undo, redo,
   // reload) when it is possible and no processing is running.
   void change_image_history(const QString& title,
@@ -167,6 +226,7 @@ class main_window : public QMainWindow {
   void show_processing_progress_(const tavr::stage_progress& progress);
   void show_cancel_dialog_();
   void show_principal_component_(QListWidgetItem* item);
+  void material_check_changed_(int row, bool checked);
   // "Material <n>" for a pixel of the current image's material map (empty when none).
   QString material_at(const QPoint& pixel) const;
   // Asks for a file name to save under, remembering its folder in `remembered`.
@@ -180,10 +240,8 @@ class main_window : public QMainWindow {
   processing_controller processing_;
   bool interactive_ = true;
 
-  QList<std::shared_ptr<hs_image>> images_;
-  component_view view_kind_ = component_view::colour;
-  band_normalisation normalisation_ = band_normalisation::by_cube;
-  bool abundance_layer_ = false;
+  image_list_model images_;
+  std::weak_ptr<hs_image> shown_;  // the image whose picture the view holds
 
   image_view* view_ = nullptr;
   plot* plots_ = nullptr;
@@ -199,12 +257,20 @@ class main_window : public QMainWindow {
   QDockWidget* materials_dock_ = nullptr;
   QDockWidget* pca_dock_ = nullptr;
   QDockWidget* plots_dock_ = nullptr;
-  QListWidget* image_list_ = nullptr;
+  QListView* image_list_ = nullptr;
   QListWidget* components_list_ = nullptr;
-  QListWidget* materials_list_ = nullptr;
+  QStandardItemModel* materials_ = nullptr;
   QListWidget* pca_list_ = nullptr;
 
+  library_model library_;
+  std::unique_ptr<label_controller> labels_;
+  std::unique_ptr<workspace_controller> workspace_;
+  spectral_manager_dialog* library_dialog_ = nullptr;
+  labels_dock* labels_dock_content_ = nullptr;
+  QDockWidget* labels_dock_ = nullptr;
+
   QMenu* recent_images_menu_ = nullptr;
+  QMenu* recent_workspaces_menu_ = nullptr;
   QActionGroup* normalize_group_ = nullptr;
   struct actions;
   std::unique_ptr<actions> actions_;

@@ -7,6 +7,17 @@
 
 namespace tavr {
 
+// An action of the window with its shortcut (none when empty), triggering a slot.
+template <typename Slot>
+QAction* make_action(main_window* window, const QString& text, const QString& shortcut, Slot slot) {
+  auto* action = new QAction(text, window);
+  if (!shortcut.isEmpty()) {
+    action->setShortcut(QKeySequence(shortcut));
+  }
+  QObject::connect(action, &QAction::triggered, window, slot);
+  return action;
+}
+
 // The main window's actions that its slots read back (check states, the
 // normalisation choice).
 struct main_window::actions {
@@ -48,6 +59,23 @@ struct main_window::actions {
   QAction* pixel_inspector = nullptr;
   QAction* polygon_tool = nullptr;
   QAction* about = nullptr;
+  // Workspaces, library manager and polygon labels.
+  QAction* new_workspace = nullptr;
+  QAction* open_workspace = nullptr;
+  QAction* close_workspace = nullptr;
+  QAction* save_workspace = nullptr;
+  QAction* save_workspace_as = nullptr;
+  QAction* library_manager = nullptr;
+  QAction* clear_polygon = nullptr;
+  QAction* edit_polygon = nullptr;
+  QAction* show_all_labels = nullptr;
+  QAction* show_polygon_labels = nullptr;
+  QAction* show_material_clusters = nullptr;
+  QAction* plot_polygons = nullptr;
+  QAction* polygons_to_library = nullptr;
+  QAction* export_polygon_source = nullptr;
+  QAction* export_polygon_reflectance = nullptr;
+  QAction* export_polygon_endmembers = nullptr;
 };
 
 }  // namespace tavr

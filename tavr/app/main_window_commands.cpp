@@ -6,10 +6,12 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QInputDialog>
+#include <QListView>
 #include <QListWidget>
 #include <QMessageBox>
 #include <QProgressDialog>
 #include <QRegularExpression>
+#include <QStandardItemModel>
 #include <QThreadPool>
 #include <cmath>
 #include <exception>
@@ -21,12 +23,16 @@
 #include "tavr/app/recent_files.h"
 #include "tavr/dialogs/rendering_dialog.h"
 #include "tavr/dialogs/settings_dialog.h"
+#include "tavr/image/component_probe.h"
 #include "tavr/image/image_exporter.h"
 #include "tavr/image/open_image_controller.h"
+#include "tavr/labels/label_controller.h"
+#include "tavr/labels/labels_dock.h"
 #include "tavr/plots/pixel_dialog.h"
 #include "tavr/plots/pixel_values.h"
 #include "tavr/plots/plot.h"
 #include "tavr/view/image_view.h"
+#include "tavr/workspace/workspace_controller.h"
 
 namespace tavr {
 
@@ -37,32 +43,6 @@ constexpr int max_rectangle_spectra = 64;
 
 QString text_of(const std::exception& error) {
   return QString::fromStdString(error.what());
-}
-
-// A component of the pipeline, or null when it has none (the probe is not echoed).
-template <typename T>
-const T* component_or_null(corv::pipeline& p, const T& (corv::pipeline::*getter)()) {
-  corv::logger& log = corv::logger::instance();
-  const bool echo = log.echo();
-  log.set_echo(false);
-  const T* found = nullptr;
-  try {
-    const T& value = (p.*getter)();
-    found = value.empty() ? nullptr : &value;
-  } catch (const std::exception&) {
-    found = nullptr;
-  }
-  log.set_echo(echo);
-  return found;
-}
-
-QString list_text(hs_image& image) {
-  corv::pipeline& p = image.pipeline();
-  return QString("%1\nHeight: %2\nWidth: %3\nBands: %4")
-      .arg(QFileInfo(image.file_name()).fileName())
-      .arg(p.height())
-      .arg(p.width())
-      .arg(p.bands());
 }
 
 // Band numbers typed as "3, 5-7": 0-based indexes; false when the text is not such a list.
@@ -86,11 +66,12 @@ bool parse_bands(const QString& text, corv::band_list& bands) {
 }  // namespace
 
 std::shared_ptr<hs_image> main_window::current_image() const {
-  const int row = image_list_->currentRow();
-  if (row < 0 || row >= images_.size()) {
-    return nullptr;
-  }
-  return images_[row];
+  return images_.at(image_list_->currentIndex().row());
+}
+
+component_view main_window::current_view() const {
+  const auto image = current_image();
+  return image == nullptr ? component_view::colour : image->view_state().component;
 }
 
 void main_window::report(const QString& title, const QString& text) {
@@ -147,11 +128,6 @@ bool main_window::open_files(const QStringList& files, const open_command& comma
   return opened.errors.isEmpty() && !opened.cancelled;
 }
 
-void main_window::open_workspace(const QString& file_name) {
-  report("Open Workspace", "Could not open workspace " + file_name +
-                               ".<br/><br/>Reason: Workspaces are not supported in this version.");
-}
-
 void main_window::open_image_() {
   const open_command command = open_image_command();
   const QStringList files = QFileDialog::getOpenFileNames(
@@ -171,26 +147,49 @@ void main_window::open_recent_image_(QAction* action) {
 }
 
 void main_window::add_image(const std::shared_ptr<hs_image>& image) {
+  workspace_->watch(*image);
+  connect(&image->labels(), &label_model::refused, this,
+          [this](const QString& text) { report("Tavrel", text); });
+  connect(&image->labels(), &label_model::dataChanged, this,
+          [this](const QModelIndex& index) { edit_label_(index); });
   images_.append(image);
-  auto* item = new QListWidgetItem(list_text(*image));
-  image_list_->addItem(item);
-  image_list_->setCurrentItem(item);  // renders it through image_changed
+  set_current_row(images_.size() - 1);  // renders it through image_changed
 }
 
-void main_window::hs_image_list_widget_item_changed_(QListWidgetItem* current,
-                                                     QListWidgetItem* previous) {
+void main_window::set_current_row(int row) {
+  image_list_->setCurrentIndex(images_.index(row));
+}
+
+void main_window::hs_image_list_widget_item_changed_(const QModelIndex& current,
+                                                     const QModelIndex& previous) {
   Q_UNUSED(previous);
-  if (current != nullptr && image_list_->currentRow() < 0) {
+  if (current.isValid() && current.row() < 0) {
     report("Tavrel", "Negative hs_image_list_widget index");
     return;
   }
   image_changed();
 }
 
+void main_window::remember_view_state() {
+  const auto shown = shown_.lock();
+  if (shown == nullptr || !view_->has_picture()) {
+    return;
+  }
+  image_view_state& state = shown->view_state();
+  state.scale = view_->current_scale();
+  state.position = view_->mapToScene(view_->viewport()->rect().center());
+}
+
 void main_window::image_changed() {
+  remember_view_state();
   const auto image = current_image();
+  shown_ = image;
   view_->clear_picture();
   plots_->clear_all();
+  view_->set_labels(image == nullptr ? nullptr : &image->labels());
+  labels_->set_image(image);
+  labels_dock_content_->set_labels(image == nullptr ? nullptr : &image->labels());
+  sync_view_actions();
   if (image == nullptr) {
     setWindowTitle("Tavrel");
     rebuild_image_docks();
@@ -199,29 +198,42 @@ void main_window::image_changed() {
   setWindowTitle(window_title_for(image->file_name()));
   rebuild_image_docks();
   refresh_result_plots();
-  render_current(fit_image_to_window);
+  image_view_state& state = image->view_state();
+  const double scale = state.scale;
+  const QPointF position = state.position;
+  if (!render_current(scale > 0 ? no_fit : fit_image_to_window) &&
+      (state.component != component_view::colour || state.pc >= 0)) {
+    // What was shown is gone (undo, reload): show the colour picture instead.
+    state.component = component_view::colour;
+    state.pc = -1;
+    sync_view_actions();
+    render_current(scale > 0 ? no_fit : fit_image_to_window);
+  }
+  if (scale > 0 && view_->has_picture()) {
+    view_->scale_to(scale);
+    view_->centerOn(position);
+  }
 }
 
 void main_window::close_image_() {
-  const int row = image_list_->currentRow();
+  const int row = image_list_->currentIndex().row();
   if (row < 0) {
     return;
   }
-  if (processing_.running() && processing_.image() == images_[row]) {
+  if (processing_.running() && processing_.image() == images_.at(row)) {
     report("Close Image", "The image is being processed; cancel the processing first.");
     return;
   }
-  images_.removeAt(row);
-  delete image_list_->takeItem(row);
-  if (images_.isEmpty()) {
+  images_.remove(row);
+  if (images_.empty()) {
     image_changed();
   }
 }
 
 void main_window::close_all_images_() {
-  while (!images_.isEmpty()) {
+  while (!images_.empty()) {
     const int before = images_.size();
-    image_list_->setCurrentRow(images_.size() - 1);
+    set_current_row(images_.size() - 1);
     close_image_();
     if (images_.size() == before) {
       return;
@@ -242,12 +254,21 @@ bool main_window::render_current(const QString& fit_mode) {
   }
   QImage picture;
   renderer_.set_options(image->rendering());
+  const image_view_state& state = image->view_state();
   try {
-    picture = renderer_.render(image->pipeline(), view_kind_, -1, normalisation_);
-    if (abundance_layer_) {
+    if (state.pc >= 0) {
+      corv::matrix layer =
+          image->pipeline().principal_components().slice(static_cast<arma::uword>(state.pc));
+      layer -= layer.min();
+      picture = colour_renderer::grey_image(layer);
+    } else {
+      picture =
+          renderer_.render(image->pipeline(), state.component, state.band, state.normalisation);
+    }
+    if (state.abundance_layer) {
       std::vector<int> chosen;
-      for (int i = 0; i < materials_list_->count(); ++i) {
-        if (materials_list_->item(i)->checkState() == Qt::Checked) {
+      for (int i = 0; i < state.material_states.size(); ++i) {
+        if (state.material_states[i]) {
           chosen.push_back(i);
         }
       }
@@ -263,20 +284,35 @@ bool main_window::render_current(const QString& fit_mode) {
     return false;
   }
   view_->show_picture(picture, fit_mode);
-  image_list_->currentItem()->setIcon(QIcon(
-      QPixmap::fromImage(picture.scaled(64, 64, Qt::KeepAspectRatio, Qt::SmoothTransformation))));
+  images_.set_icon(images_.row_of(image),
+                   QIcon(QPixmap::fromImage(
+                       picture.scaled(64, 64, Qt::KeepAspectRatio, Qt::SmoothTransformation))));
   Q_EMIT picture_shown();
   return true;
 }
 
 void main_window::set_view(component_view view) {
-  const component_view previous = view_kind_;
-  view_kind_ = view;
-  if (current_image() != nullptr && !render_current(no_fit)) {
-    view_kind_ = previous;
+  const auto image = current_image();
+  if (image != nullptr) {
+    image_view_state& state = image->view_state();
+    const image_view_state previous = state;
+    state.component = view;
+    state.pc = -1;
+    if (!render_current(no_fit)) {
+      state = previous;
+    }
   }
+  sync_view_actions();
+}
+
+void main_window::sync_view_actions() {
+  const auto image = current_image();
+  const image_view_state state = image == nullptr ? image_view_state() : image->view_state();
+  actions_->abundance_layer->setChecked(state.abundance_layer);
+  (state.normalisation == band_normalisation::by_band ? actions_->by_band : actions_->by_cube)
+      ->setChecked(true);
   QAction* checked = nullptr;
-  switch (view_kind_) {
+  switch (state.component) {
     case component_view::colour:
       checked = actions_->color;
       break;
@@ -317,18 +353,39 @@ void main_window::view_shading_() {
 }
 
 void main_window::show_material_abundance_layer_() {
-  abundance_layer_ = actions_->abundance_layer->isChecked();
-  if (current_image() != nullptr && !render_current(no_fit) && abundance_layer_) {
-    abundance_layer_ = false;
+  const auto image = current_image();
+  if (image == nullptr) {
+    actions_->abundance_layer->setChecked(false);
+    return;
+  }
+  bool& layer = image->view_state().abundance_layer;
+  layer = actions_->abundance_layer->isChecked();
+  if (!render_current(no_fit) && layer) {
+    layer = false;
     actions_->abundance_layer->setChecked(false);
     render_current(no_fit);
   }
 }
 
 void main_window::change_normalize_band_option_(QAction* action) {
-  normalisation_ =
+  const auto image = current_image();
+  if (image == nullptr) {
+    return;
+  }
+  image->view_state().normalisation =
       action == actions_->by_band ? band_normalisation::by_band : band_normalisation::by_cube;
   render_current(no_fit);
+}
+
+void main_window::material_check_changed_(int row, bool checked) {
+  const auto image = current_image();
+  if (image == nullptr || row < 0 || row >= image->view_state().material_states.size()) {
+    return;
+  }
+  image->view_state().material_states[row] = checked;
+  if (image->view_state().abundance_layer) {
+    render_current(no_fit);
+  }
 }
 
 void main_window::show_image_rendering_() {
@@ -371,7 +428,8 @@ void main_window::is_create_polygon_() {
 
 void main_window::rebuild_image_docks() {
   components_list_->clear();
-  materials_list_->clear();
+  const QSignalBlocker block_materials(materials_);
+  materials_->clear();
   pca_list_->clear();
   const auto image = current_image();
   if (image == nullptr) {
@@ -398,17 +456,31 @@ void main_window::rebuild_image_docks() {
   if (component_or_null(p, &corv::pipeline::material_map) != nullptr) {
     add_component("Material Map", component_view::material_map);
   }
+  image_view_state& state = image->view_state();
   if (const corv::matrix* elements = component_or_null(p, &corv::pipeline::material_elements)) {
     const corv::matrix colours = corv::spectral_library::palette_colours(0, elements->n_cols);
-    const QSignalBlocker block(materials_list_);
-    for (arma::uword i = 0; i < elements->n_cols; ++i) {
-      auto* item = new QListWidgetItem(QString("Material %1").arg(i + 1), materials_list_);
+    const int count = static_cast<int>(elements->n_cols);
+    if (state.material_states.size() != count || state.material_labels.size() != count) {
+      // New materials: all of them checked, under their numbers.
+      state.material_states = QVector<bool>(count, true);
+      state.material_labels.clear();
+      for (int i = 0; i < count; ++i) {
+        state.material_labels.append(QString("Material %1").arg(i + 1));
+      }
+    }
+    for (int i = 0; i < count; ++i) {
+      auto* item = new QStandardItem(state.material_labels[i]);
       QPixmap swatch(12, 12);
       swatch.fill(QColor(static_cast<int>(colours(i, 0)), static_cast<int>(colours(i, 1)),
                          static_cast<int>(colours(i, 2))));
       item->setIcon(QIcon(swatch));
-      item->setCheckState(Qt::Checked);
+      item->setCheckable(true);
+      item->setCheckState(state.material_states[i] ? Qt::Checked : Qt::Unchecked);
+      materials_->appendRow(item);
     }
+  } else {
+    state.material_states.clear();
+    state.material_labels.clear();
   }
   const corv::vector& strengths = p.principal_strengths();
   for (arma::uword i = 0; i < strengths.n_elem; ++i) {
@@ -424,14 +496,12 @@ void main_window::show_principal_component_(QListWidgetItem* item) {
   if (image == nullptr || item == nullptr) {
     return;
   }
-  const corv::cube& components = image->pipeline().principal_components();
-  const auto index = static_cast<arma::uword>(item->data(Qt::UserRole).toInt());
-  if (index >= components.n_slices) {
+  const int index = item->data(Qt::UserRole).toInt();
+  if (index < 0 || index >= static_cast<int>(image->pipeline().principal_components().n_slices)) {
     return;
   }
-  corv::matrix layer = components.slice(index);
-  layer -= layer.min();
-  view_->show_picture(colour_renderer::grey_image(layer), no_fit);
+  image->view_state().pc = index;
+  render_current(no_fit);
 }
 
 QString main_window::material_at(const QPoint& pixel) const {
@@ -651,7 +721,9 @@ void main_window::change_image_history(const QString& title,
   } catch (const std::exception& error) {
     report(title, text_of(error));
   }
-  image_list_->currentItem()->setText(list_text(*image));
+  shown_.reset();  // its size changed: fit it again
+  image->view_state().scale = 0.0;
+  images_.refresh(images_.row_of(image));
   image_changed();
 }
 
@@ -699,7 +771,7 @@ void main_window::remove_image_band_() {
   } catch (const std::exception& error) {
     report("Remove Bands", text_of(error));
   }
-  image_list_->currentItem()->setText(list_text(*image));
+  images_.refresh(images_.row_of(image));
   image_changed();
 }
 
@@ -714,7 +786,9 @@ void main_window::crop_image_() {
   } catch (const std::exception& error) {
     report("Crop to Selection", text_of(error));
   }
-  image_list_->currentItem()->setText(list_text(*image));
+  shown_.reset();  // its size changed: fit it again
+  image->view_state().scale = 0.0;
+  images_.refresh(images_.row_of(image));
   image_changed();
 }
 

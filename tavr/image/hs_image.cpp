@@ -1,6 +1,7 @@
 #include "tavr/image/hs_image.h"
 
 #include <QFileInfo>
+#include <QTransform>
 #include <QtConcurrent/QtConcurrentRun>
 #include <algorithm>
 #include <cmath>
@@ -69,6 +70,35 @@ corv::matrix classes_of(const corv::matrix& references, const corv::vector& refe
     }
   }
   return classes;
+}
+
+// The picture size (columns x rows) an operation leaves, from the size before it.
+QSize size_after(const operation_record& record, const QSize& before) {
+  if (record.name == QLatin1String("crop")) {
+    const QRectF& r = record.rectangle;
+    return QSize(static_cast<int>(r.x() + r.width()) - static_cast<int>(r.x()) + 1,
+                 static_cast<int>(r.y() + r.height()) - static_cast<int>(r.y()) + 1);
+  }
+  if (record.name == QLatin1String("resize") &&
+      (record.width_percent < 100.0 || record.height_percent < 100.0)) {
+    return QSize(std::max(1, static_cast<int>(before.width() * record.width_percent / 100.0)),
+                 std::max(1, static_cast<int>(before.height() * record.height_percent / 100.0)));
+  }
+  return before;
+}
+
+// How picture coordinates move through an operation, given the sizes around it.
+QTransform picture_transform(const operation_record& record, const QSize& before,
+                             const QSize& after) {
+  QTransform transform;
+  if (record.name == QLatin1String("crop")) {
+    transform.translate(-static_cast<int>(record.rectangle.x()),
+                        -static_cast<int>(record.rectangle.y()));
+  } else if (record.name == QLatin1String("resize") && !before.isEmpty()) {
+    transform.scale(static_cast<double>(after.width()) / before.width(),
+                    static_cast<double>(after.height()) / before.height());
+  }
+  return transform;
 }
 
 }  // namespace
@@ -246,11 +276,21 @@ void hs_image::apply_record(const operation_record& record, bool reflectance) {
   }
 }
 
+QSize hs_image::picture_size() const {
+  return QSize(static_cast<int>(pipeline_->width()), static_cast<int>(pipeline_->height()));
+}
+
+void hs_image::apply_with_labels(const operation_record& record, bool reflectance) {
+  const QSize before = picture_size();
+  apply_record(record, reflectance);
+  labels_.transform(picture_transform(record, before, picture_size()));
+}
+
 void hs_image::crop(const QRectF& rectangle) {
   operation_record record;
   record.name = QStringLiteral("crop");
   record.rectangle = rectangle;
-  apply_record(record, prepare_reflectance_);
+  apply_with_labels(record, prepare_reflectance_);
   history_.append(record);
   redo_.clear();
 }
@@ -263,7 +303,7 @@ void hs_image::resize(double width_percent, double height_percent) {
   record.name = QStringLiteral("resize");
   record.width_percent = width_percent;
   record.height_percent = height_percent;
-  apply_record(record, prepare_reflectance_);
+  apply_with_labels(record, prepare_reflectance_);
   history_.append(record);
   redo_.clear();
 }
@@ -294,11 +334,13 @@ void hs_image::undo() {
   if (history_.isEmpty()) {
     return;
   }
+  const QSize undone = picture_size();
   const operation_record last = history_.takeLast();
   restore_original();
   for (const operation_record& record : history_) {
     apply_record(record, prepare_reflectance_);
   }
+  labels_.transform(picture_transform(last, picture_size(), undone).inverted());
   redo_.prepend(last);
 }
 
@@ -308,12 +350,22 @@ void hs_image::redo() {
   }
   const operation_record record = redo_.takeFirst();
   // Redoing never transforms the reflectance, whatever the first application did.
-  apply_record(record, false);
+  apply_with_labels(record, false);
   history_.append(record);
 }
 
 void hs_image::reload() {
   restore_original();
+  // Labels go back through every step of the history, in picture sizes worked out from the
+  // original.
+  QTransform forward;
+  QSize size = picture_size();
+  for (const operation_record& record : history_) {
+    const QSize next = size_after(record, size);
+    forward *= picture_transform(record, size, next);
+    size = next;
+  }
+  labels_.transform(forward.inverted());
   history_.clear();
   redo_.clear();
 }

@@ -3,7 +3,9 @@
 
 #include <QList>
 #include <QObject>
+#include <QPointF>
 #include <QRectF>
+#include <QSize>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -13,6 +15,7 @@
 #include "corv/io/types.h"
 #include "corv/pipeline/pipeline.h"
 #include "tavr/image/colour_renderer.h"
+#include "tavr/labels/label_model.h"
 
 namespace tavr {
 
@@ -62,6 +65,23 @@ struct classification_result {
   corv::cube indexes;
 };
 
+// How an image was last shown, so that it comes back as it was when it becomes
+// current again (and when a workspace is opened).
+struct image_view_state {
+  component_view component = component_view::colour;
+  int band = -1;  // band of the irradiance and reflectance views; -1 for colour
+  int pc = -1;    // principal component shown instead of the component; -1 for none
+  band_normalisation normalisation = band_normalisation::by_cube;
+  bool abundance_layer = false;
+  QPointF position;    // picture point at the centre of the view
+  double scale = 0.0;  // 0 until the image has been shown: fit it then
+  // Check states of the material and class lists, with their labels.
+  QVector<bool> material_states;
+  QStringList material_labels;
+  QVector<bool> class_states;
+  QStringList class_labels;
+};
+
 // The viewer's object for one open image: its pipeline, the file it came from,
 // the processing the user asks for and the history of image preparation.
 //
@@ -109,6 +129,14 @@ class hs_image : public QObject {
   const rendering_options& rendering() const { return rendering_; }
   void set_rendering(const rendering_options& value) { rendering_ = value; }
 
+  // How the image is shown, and its polygon labels.
+  image_view_state& view_state() { return view_state_; }
+  const image_view_state& view_state() const { return view_state_; }
+  label_model& labels() { return labels_; }
+  const label_model& labels() const { return labels_; }
+  // The input the image was opened from (what reload returns to).
+  const std::shared_ptr<corv::input>& original() const { return original_; }
+
   // Whether crop, resize and band removal change the reflectance rather than
   // the image (default false).
   bool prepare_reflectance() const { return prepare_reflectance_; }
@@ -139,6 +167,8 @@ class hs_image : public QObject {
   void redo();
   // Returns to the image as it was opened (every component computed since is
   // discarded; parameters and spectral library are kept) and forgets the history.
+  // Crops and resizes move the polygon labels with the picture; undo, redo and
+  // reload move them back and forth.
   void reload();
 
   const QList<operation_record>& history() const { return history_; }
@@ -160,6 +190,9 @@ class hs_image : public QObject {
   void run_classification();
   void run_analysis();
   void apply_record(const operation_record& record, bool reflectance);
+  // Applies an operation and moves the polygon labels with the picture.
+  void apply_with_labels(const operation_record& record, bool reflectance);
+  QSize picture_size() const;
   void restore_original();
 
   std::shared_ptr<corv::pipeline> pipeline_;
@@ -170,6 +203,8 @@ class hs_image : public QObject {
   int verbosity_ = 2;
   processing_selection selection_;
   rendering_options rendering_;
+  image_view_state view_state_;
+  label_model labels_;
   bool prepare_reflectance_ = false;
   QList<operation_record> history_;
   QList<operation_record> redo_;

@@ -120,6 +120,16 @@ void plot::set_materials(const QVector<double>& wavelengths, const QList<QVector
   }
 }
 
+void plot::show_labels(const QList<spectrum_curve>& irradiance,
+                       const QList<spectrum_curve>& reflectance) {
+  for (const spectrum_curve& curve : irradiance) {
+    source_->add_curve(curve);
+  }
+  for (const spectrum_curve& curve : reflectance) {
+    reflectance_->add_curve(curve);
+  }
+}
+
 void plot::clear_all() {
   for (spectrum_plot* p : {source_, illuminant_, materials_, reflectance_}) {
     p->clear_curves();

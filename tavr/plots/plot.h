@@ -38,6 +38,10 @@ class plot : public QWidget {
   // Replaces the material curves (one per material, in the given colours when valid).
   void set_materials(const QVector<double>& wavelengths, const QList<QVector<double>>& spectra,
                      const QList<QColor>& colours = {});
+  // Adds spectra of labelled regions (each in its own colour) to the pixel
+  // irradiance and pixel reflectance plots.
+  void show_labels(const QList<spectrum_curve>& irradiance,
+                   const QList<spectrum_curve>& reflectance);
   void clear_all();
   // Lays the four plots out in a grid of this many columns (1, 2 or 4).
   void set_columns(int columns);

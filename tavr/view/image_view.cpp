@@ -16,6 +16,8 @@
 #include <QProgressDialog>
 #include <QWheelEvent>
 
+#include "tavr/labels/label_model.h"
+
 namespace tavr {
 
 namespace {
@@ -71,9 +73,10 @@ void image_view::show_picture(const QImage& picture, const QString& fit_mode) {
 
 void image_view::clear_picture() {
   remove_selection();
-  clear_polygons();
   builder_.clear();
   scene_.clear();
+  polygons_.clear();
+  new_polygon_ = nullptr;
   picture_ = nullptr;
   marker_ = nullptr;
   construction_ = nullptr;
@@ -154,12 +157,57 @@ void image_view::set_polygon_mode(bool on) {
   Q_EMIT action_polygon_enable(on);
 }
 
-void image_view::clear_polygons() {
+QPolygonF image_view::new_polygon() const {
+  return new_polygon_ == nullptr ? QPolygonF() : new_polygon_->polygon();
+}
+
+QPolygonF image_view::take_new_polygon() {
+  const QPolygonF polygon = new_polygon();
+  remove_new_polygon();
+  return polygon;
+}
+
+void image_view::remove_new_polygon() {
+  if (new_polygon_ != nullptr) {
+    scene_.removeItem(new_polygon_);
+    delete new_polygon_;
+    new_polygon_ = nullptr;
+  }
+}
+
+void image_view::set_labels(label_model* labels) {
+  if (labels_ != nullptr) {
+    disconnect(labels_, nullptr, this, nullptr);
+  }
+  labels_ = labels;
+  if (labels_ != nullptr) {
+    for (auto signal : {&QAbstractItemModel::rowsInserted, &QAbstractItemModel::rowsRemoved}) {
+      connect(labels_, signal, this, &image_view::redraw_labels);
+    }
+    connect(labels_, &QAbstractItemModel::dataChanged, this, &image_view::redraw_labels);
+    connect(labels_, &QAbstractItemModel::modelReset, this, &image_view::redraw_labels);
+  }
+  redraw_labels();
+}
+
+void image_view::redraw_labels() {
   for (QGraphicsPolygonItem* item : polygons_) {
     scene_.removeItem(item);
     delete item;
   }
   polygons_.clear();
+  if (labels_ == nullptr) {
+    return;
+  }
+  for (const polygon_label& label : labels_->labels()) {
+    QPen pen = cosmetic_pen(label.colour, label.selected ? 4.0 : 2.0);
+    auto* item = scene_.addPolygon(label.polygon, pen);
+    item->setZValue(label.selected ? 5.5 : 5.0);
+    item->setData(0, label.label);
+    item->setData(1, label.selected ? QStringLiteral("selected") : QStringLiteral("non_selected"));
+    item->setVisible(label.checked || label.selected);
+    polygons_.append(item);
+  }
 }
 
 bool image_view::has_marker() const {
@@ -212,7 +260,7 @@ QString image_view::hover_text_at(const QPointF& scene_point) const {
                      .arg(static_cast<int>(scene_point.x()))
                      .arg(static_cast<int>(scene_point.y()));
   for (const QGraphicsPolygonItem* item : polygons_) {
-    if (item->polygon().containsPoint(scene_point, Qt::OddEvenFill)) {
+    if (item->isVisible() && item->polygon().containsPoint(scene_point, Qt::OddEvenFill)) {
       text += "  Polygon: " + item->data(0).toString();
       break;
     }
@@ -244,11 +292,9 @@ void image_view::close_polygon_() {
     scene_.update();
     return;
   }
-  auto* item = scene_.addPolygon(QPolygonF(points), cosmetic_pen(QColor("Magenta"), 2.0));
-  item->setZValue(5.0);
-  item->setData(0, QString("Polygon %1").arg(polygons_.size() + 1));
-  item->setData(1, QString("non_selected"));
-  polygons_.append(item);
+  remove_new_polygon();
+  new_polygon_ = scene_.addPolygon(QPolygonF(points), cosmetic_pen(QColor("Magenta"), 2.0));
+  new_polygon_->setZValue(6.0);
   update_construction(QPointF());
   Q_EMIT add_polygon();
 }
@@ -307,7 +353,19 @@ void image_view::mouseReleaseEvent(QMouseEvent* event) {
   remove_selection();
   if (picture_rect().contains(point)) {
     mark_point(point);
-    Q_EMIT deselect_polygon_label_in_list();
+    // A click inside a labelled polygon selects its label; elsewhere it deselects.
+    int hit = -1;
+    for (int i = 0; i < polygons_.size() && hit < 0; ++i) {
+      if (polygons_[i]->isVisible() &&
+          polygons_[i]->polygon().containsPoint(point, Qt::OddEvenFill)) {
+        hit = i;
+      }
+    }
+    if (hit >= 0 && labels_ != nullptr) {
+      labels_->select(hit);
+    } else {
+      Q_EMIT deselect_polygon_label_in_list();
+    }
     Q_EMIT image_clicked(point);
   }
 }

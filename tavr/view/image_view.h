@@ -5,6 +5,7 @@
 #include <QGraphicsView>
 #include <QList>
 #include <QPointF>
+#include <QPointer>
 #include <QRectF>
 #include <QString>
 #include <QUrl>
@@ -19,6 +20,8 @@ class QGraphicsPolygonItem;
 class QGraphicsRectItem;
 
 namespace tavr {
+
+class label_model;
 
 // A point marker that keeps its size on screen whatever the zoom.
 class circle_item : public QGraphicsEllipseItem {
@@ -54,9 +57,14 @@ class image_view : public QGraphicsView {
   void set_polygon_mode(bool on);
   bool polygon_mode() const { return polygon_mode_; }
   const polygon_builder& polygon_in_progress() const { return builder_; }
-  // Finished polygons, oldest first.
+  // The polygon just finished (drawn in magenta) until its label is given; empty
+  // when there is none. Taking it removes it from the view.
+  QPolygonF new_polygon() const;
+  QPolygonF take_new_polygon();
+  // The labelled polygons shown, drawn from the image's labels in their colours
+  // (the selected one wider), in label order.
+  void set_labels(label_model* labels);
   const QList<QGraphicsPolygonItem*>& polygons() const { return polygons_; }
-  void clear_polygons();
 
   // The last clicked point, shown by a marker.
   void mark_point(const QPointF& point);
@@ -105,6 +113,8 @@ class image_view : public QGraphicsView {
   void add_polygon_vertex(const QPointF& point);
   void update_construction(const QPointF& cursor);
   void remove_selection();
+  void redraw_labels();
+  void remove_new_polygon();
 
   QGraphicsScene scene_;
   QGraphicsPixmapItem* picture_ = nullptr;
@@ -113,6 +123,8 @@ class image_view : public QGraphicsView {
   QGraphicsPathItem* construction_ = nullptr;
   QGraphicsLineItem* guide_ = nullptr;
   QList<QGraphicsPolygonItem*> polygons_;
+  QGraphicsPolygonItem* new_polygon_ = nullptr;
+  QPointer<label_model> labels_;
   polygon_builder builder_;
   pixel_lookup hover_lookup_;
   bool polygon_mode_ = false;

@@ -1,5 +1,6 @@
 #include <QAction>
 #include <QDockWidget>
+#include <QListView>
 #include <QListWidget>
 #include <QMenuBar>
 #include <QProgressDialog>
@@ -57,7 +58,14 @@ class main_window_test : public QObject {
                                                       {"Zoom In", "Ctrl+="},
                                                       {"Zoom Out", "Ctrl+-"},
                                                       {"Settings...", "Shift+P"},
-                                                      {"Label Image (Polygon Tool)", "Alt+P"}};
+                                                      {"Label Image (Polygon Tool)", "Alt+P"},
+                                                      {"New Workspace", "Ctrl+N"},
+                                                      {"Open Workspace...", "Ctrl+Shift+O"},
+                                                      {"Close Workspace", "Ctrl+Shift+C"},
+                                                      {"&Save Workspace", "Ctrl+S"},
+                                                      {"Show All Labels", "Alt+L"},
+                                                      {"Show All Polygon Labels", "Shift+L"},
+                                                      {"Show All Material Clusters", "Shift+M"}};
     for (const auto& [text, keys] : shortcuts) {
       QAction* action = action_named(window, text);
       QVERIFY2(action != nullptr, qPrintable(text));
@@ -85,13 +93,13 @@ class main_window_test : public QObject {
     auto* plots = window.findChild<QDockWidget*>("Plots_Dock");
     QVERIFY(plots != nullptr);
     QCOMPARE(plots->windowTitle(), QString("Plots"));
-    QCOMPARE(window.startup_docks().size(), 5);
+    QCOMPARE(window.startup_docks().size(), 6);
     QCOMPARE(window.statusBar()->styleSheet(), QString("QStatusBar::item { border: none; };"));
     QCOMPARE(window.process_dialog().labelText(), QString("Running Corvantis"));
     QCOMPARE(window.process_dialog().windowTitle(), QString("Processing Pipeline"));
     QCOMPARE(window.cancel_dialog().labelText(), QString("Cancelling Pipeline"));
 
-    auto* list = window.findChild<QDockWidget*>("Images_Dock")->findChild<QListWidget*>();
+    auto* list = window.findChild<QDockWidget*>("Images_Dock")->findChild<QListView*>();
     window.change_image_list_flow_(Qt::BottomDockWidgetArea);
     QCOMPARE(list->flow(), QListView::LeftToRight);
     window.change_image_list_flow_(Qt::LeftDockWidgetArea);
@@ -110,8 +118,8 @@ class main_window_test : public QObject {
     QVERIFY(window.open_image(sample));
     QCOMPARE(window.images().size(), 1);
     QCOMPARE(window.windowTitle(), QString("sample.hdr - Tavrel"));
-    auto* list = window.findChild<QDockWidget*>("Images_Dock")->findChild<QListWidget*>();
-    QCOMPARE(list->currentItem()->text(),
+    auto* list = window.findChild<QDockWidget*>("Images_Dock")->findChild<QListView*>();
+    QCOMPARE(list->currentIndex().data().toString(),
              QString("sample.hdr\nHeight: 200\nWidth: 300\nBands: 33"));
     QVERIFY(window.view().has_picture());
     QCOMPARE(window.view().picture_rect(), QRectF(0, 0, 300, 200));
@@ -139,7 +147,7 @@ class main_window_test : public QObject {
     // A second image (dropped on the view) becomes current; closing it returns to the first.
     Q_EMIT window.view().main_open_image(sample);
     QCOMPARE(window.images().size(), 2);
-    QCOMPARE(list->currentRow(), 1);
+    QCOMPARE(list->currentIndex().row(), 1);
     window.close_image_();
     QCOMPARE(window.images().size(), 1);
     QCOMPARE(window.windowTitle(), QString("sample.hdr - Tavrel"));
@@ -151,9 +159,19 @@ class main_window_test : public QObject {
     window.view_irradiance_();
     QCOMPARE(window.current_view(), tavr::component_view::irradiance);
 
-    Q_EMIT window.view().main_open_workspace(dir.filePath("w.tvw"));
-    QCOMPARE(messages.back().at(0).toString(), QString("Open Workspace"));
-    QCOMPARE(window.images().size(), 1);
+    // Each image keeps its own view, zoom and normalisation.
+    window.view().scale_to(2.0);
+    QVERIFY(window.open_image(sample));
+    QCOMPARE(window.current_view(), tavr::component_view::colour);
+    window.view_actual_size_();
+    list->setCurrentIndex(window.image_list().index(0));
+    QCOMPARE(window.current_view(), tavr::component_view::irradiance);
+    QCOMPARE(window.view().current_scale(), 2.0);
+    QVERIFY(action_named(window, "Irradiance")->isChecked());
+    list->setCurrentIndex(window.image_list().index(1));
+    QCOMPARE(window.view().current_scale(), 1.0);
+    QVERIFY(action_named(window, "Color")->isChecked());
+    window.close_image_();
 
     window.close_all_images_();
     QVERIFY(window.images().isEmpty());

@@ -5,6 +5,7 @@
 #include <QWheelEvent>
 #include <cmath>
 
+#include "tavr/labels/label_model.h"
 #include "tavr/view/image_view.h"
 
 namespace {
@@ -185,14 +186,19 @@ class image_view_test : public QObject {
     send_mouse(view, QEvent::MouseButtonPress, QPointF(50, 50), Qt::LeftButton);
     send_mouse(view, QEvent::MouseButtonPress, QPointF(11, 11), Qt::LeftButton);
     QCOMPARE(added.size(), 1);
-    QCOMPARE(view.polygons().size(), 1);
-    const QPolygonF polygon = view.polygons().front()->polygon();
+    const QPolygonF polygon = view.new_polygon();
     QCOMPARE(polygon.size(), 4);
     QCOMPARE(polygon.front(), polygon.back());
-    QCOMPARE(view.polygons().front()->pen().color(), QColor("Magenta"));
     QVERIFY(view.polygon_in_progress().empty());
     QCOMPARE(clicks.size(), 0);
-    QVERIFY(view.hover_text_at(QPointF(30, 20)).contains("Polygon: "));
+    // Labelled, it is drawn in its label's colour and named under the mouse.
+    tavr::label_model labels;
+    labels.add({"wall", QColor("Green"), view.take_new_polygon()});
+    QVERIFY(view.new_polygon().isEmpty());
+    view.set_labels(&labels);
+    QCOMPARE(view.polygons().size(), 1);
+    QCOMPARE(view.polygons().front()->pen().color(), QColor("Green"));
+    QVERIFY(view.hover_text_at(QPointF(30, 20)).endsWith("Polygon: wall"));
 
     // A double click closes a triangle as well.
     for (const QPointF& p : {QPointF(60, 60), QPointF(90, 60), QPointF(90, 90)}) {

@@ -1,0 +1,167 @@
+#include "tavr/workspace/workspace_record.h"
+
+#include <QColor>
+#include <QDataStream>
+#include <QPolygonF>
+#include <QVariantMap>
+#include <functional>
+#include <stdexcept>
+
+namespace tavr {
+
+namespace {
+
+const char* const damaged = "workspace: The workspace record is damaged.";
+
+template <typename T>
+void write_list(QDataStream& out, const QList<T>& items,
+                const std::function<void(const T&)>& write_one) {
+  out << static_cast<qint32>(items.size());
+  for (const T& item : items) {
+    write_one(item);
+  }
+}
+
+// A count, refused when negative or beyond what the rest of the record could hold.
+qint32 read_count(QDataStream& in) {
+  qint32 count = 0;
+  in >> count;
+  if (in.status() != QDataStream::Ok || count < 0 || count > in.device()->bytesAvailable() + 1) {
+    throw std::runtime_error(damaged);
+  }
+  return count;
+}
+
+template <typename T>
+QList<T> read_list(QDataStream& in, const std::function<T()>& read_one) {
+  const qint32 count = read_count(in);
+  QList<T> items;
+  for (qint32 i = 0; i < count; ++i) {
+    items.append(read_one());
+    if (in.status() != QDataStream::Ok) {
+      throw std::runtime_error(damaged);
+    }
+  }
+  return items;
+}
+
+QStringList read_strings(QDataStream& in) {
+  return read_list<QString>(in, [&in] {
+    QString text;
+    in >> text;
+    return text;
+  });
+}
+
+void write_strings(QDataStream& out, const QStringList& texts) {
+  write_list<QString>(out, texts, [&out](const QString& text) { out << text; });
+}
+
+}  // namespace
+
+QVariant label_entry(const polygon_label& label) {
+  QVariantMap value;
+  value["colour"] = label.colour;
+  value["checked"] = label.checked;
+  value["selected"] = label.selected;
+  value["polygon"] = label.polygon;
+  return value;
+}
+
+bool label_from_entry(const QVariant& value, const QString& text, polygon_label& label) {
+  const QVariantMap map = value.toMap();
+  if (!map.contains("polygon") || !map.contains("colour")) {
+    return false;
+  }
+  label.label = text;
+  label.colour = map.value("colour").value<QColor>();
+  label.polygon = map.value("polygon").value<QPolygonF>();
+  label.checked = map.value("checked", true).toBool();
+  label.selected = map.value("selected", false).toBool();
+  return true;
+}
+
+void write_record(QIODevice& device, const workspace_record& record) {
+  QDataStream out(&device);
+  out << workspace_record::magic << workspace_record::version;
+  write_strings(out, record.images);
+  for (const auto& labels : record.labels) {
+    write_list<QPair<QVariant, QString>>(
+        out, labels,
+        [&out](const QPair<QVariant, QString>& entry) { out << entry.first << entry.second; });
+  }
+  for (const QString& text : record.settings) {
+    out << text;
+  }
+  write_strings(out, record.label_list);
+  for (const auto& history : record.histories) {
+    write_list<operation_record>(out, history, [&out](const operation_record& step) {
+      const QRectF& r = step.rectangle;
+      out << step.name << r.x() << r.y() << r.width() << r.height() << step.width_percent
+          << step.height_percent;
+      write_list<qint32>(out, QList<qint32>(step.bands.begin(), step.bands.end()),
+                         [&out](const qint32& band) { out << band; });
+    });
+  }
+  write_strings(out, record.libraries);
+  for (const QStringList& state : record.states) {
+    write_strings(out, state);
+  }
+  out << record.workspace;
+}
+
+workspace_record read_record(QIODevice& device) {
+  QDataStream in(&device);
+  quint32 magic = 0;
+  qint32 version = 0;
+  in >> magic;
+  if (in.status() != QDataStream::Ok || magic != workspace_record::magic) {
+    throw std::runtime_error("Mismatch magic numbers. Cannot open workspace.");
+  }
+  in >> version;
+  workspace_record record;
+  record.images = read_strings(in);
+  const int images = record.images.size();
+  for (int i = 0; i < images; ++i) {
+    record.labels.append(read_list<QPair<QVariant, QString>>(in, [&in] {
+      QPair<QVariant, QString> entry;
+      in >> entry.first >> entry.second;
+      return entry;
+    }));
+  }
+  for (int i = 0; i < images; ++i) {
+    QString text;
+    in >> text;
+    record.settings.append(text);
+  }
+  record.label_list = read_strings(in);
+  for (int i = 0; i < images; ++i) {
+    record.histories.append(read_list<operation_record>(in, [&in] {
+      operation_record step;
+      double x = 0;
+      double y = 0;
+      double width = 0;
+      double height = 0;
+      in >> step.name >> x >> y >> width >> height >> step.width_percent >> step.height_percent;
+      step.rectangle = QRectF(x, y, width, height);
+      const QList<qint32> bands = read_list<qint32>(in, [&in] {
+        qint32 band = 0;
+        in >> band;
+        return band;
+      });
+      step.bands = QVector<qint32>(bands.begin(), bands.end());
+      return step;
+    }));
+  }
+  record.libraries = read_strings(in);
+  for (int i = 0; i < images; ++i) {
+    record.states.append(read_strings(in));
+  }
+  in >> record.workspace;
+  if (in.status() != QDataStream::Ok) {
+    throw std::runtime_error(damaged);
+  }
+  return record;
+}
+
+}  // namespace tavr
