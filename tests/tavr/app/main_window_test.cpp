@@ -57,7 +57,9 @@ class main_window_test : public QObject {
                                                       {"Zoom In", "Ctrl+="},
                                                       {"Zoom Out", "Ctrl+-"},
                                                       {"Settings...", "Shift+P"},
-                                                      {"Label Image (Polygon Tool)", "Alt+P"}};
+                                                      {"Label Image (Polygon Tool)", "Alt+P"},
+                                                      {"Stop Camera", "Shift+C"},
+                                                      {"Snapshot", "Ctrl+I"}};
     for (const auto& [text, keys] : shortcuts) {
       QAction* action = action_named(window, text);
       QVERIFY2(action != nullptr, qPrintable(text));
@@ -68,7 +70,7 @@ class main_window_test : public QObject {
           "Material Reflectances...", "Illumination Spectrum...", "Import Illumination Spectrum...",
           "Remove Bands", "Show Material Abundance Layer", "Fit to Window", "Actual Size",
           "Recover Illuminant", "Recover Reflectance", "Run Material Discovery", "Run Analysis",
-          "Pixel Inspector...", "About", "Image Rendering..."}) {
+          "Pixel Inspector...", "About", "Image Rendering...", "Live Camera", "Record Video"}) {
       QVERIFY2(action_named(window, text) != nullptr, qPrintable(text));
     }
     QCOMPARE(action_named(window, "Open Image...")->toolTip(), QString("Open Image"));
@@ -80,12 +82,12 @@ class main_window_test : public QObject {
     for (QAction* action : window.menuBar()->actions()) {
       menus.append(action->text());
     }
-    QCOMPARE(menus, (QStringList{"File", "Image", "View", "Process", "Tools", "Help"}));
+    QCOMPARE(menus, (QStringList{"File", "Image", "View", "Process", "Tools", "Camera", "Help"}));
 
     auto* plots = window.findChild<QDockWidget*>("Plots_Dock");
     QVERIFY(plots != nullptr);
     QCOMPARE(plots->windowTitle(), QString("Plots"));
-    QCOMPARE(window.startup_docks().size(), 5);
+    QCOMPARE(window.startup_docks().size(), 6);
     QCOMPARE(window.statusBar()->styleSheet(), QString("QStatusBar::item { border: none; };"));
     QCOMPARE(window.process_dialog().labelText(), QString("Running Corvantis"));
     QCOMPARE(window.process_dialog().windowTitle(), QString("Processing Pipeline"));
