@@ -40,13 +40,13 @@ camera_controller::camera_controller(QSettings& settings, const QString& program
       program_dir_(program_dir),
       window_(window),
       references_(std::make_shared<reflectance_references>()) {
-  thread_ = std::make_unique<camera_thread>(nullptr);
+  // The first look for cameras is the thread's first discovery.
+  thread_ = std::make_unique<camera_thread>(open_library(ximea_library::default_file()));
   panel_ = new camera_panel(window);
   dialog_ = new camera_preferences_dialog(window);
   preferences_ = camera_preferences::load(settings_);
   dialog_->set_values(preferences_);
   counter_.reset(preferences_.counter_start);
-  load_library(ximea_library::default_file());
 
   auto loaded = std::make_shared<reflectance_references>();
   try {
@@ -88,16 +88,19 @@ void camera_controller::report(const QString& title, const QString& text) {
   }
 }
 
-void camera_controller::load_library(const std::string& file) {
-  std::shared_ptr<const ximea_library> library;
+std::shared_ptr<const ximea_library> camera_controller::open_library(const std::string& file) {
   library_problem_.clear();
   try {
-    library = std::make_shared<ximea_library>(file);
+    return std::make_shared<ximea_library>(file);
   } catch (const std::exception& e) {
     library_problem_ = e.what();
     log_line(library_problem_);
   }
-  thread_->set_library(library);
+  return nullptr;
+}
+
+void camera_controller::load_library(const std::string& file) {
+  thread_->set_library(open_library(file));
 }
 
 bool camera_controller::simulated() const {

@@ -93,6 +93,8 @@ class camera_controller : public QObject {
  private:
   enum class pending { none, snapshot, dark, white };
 
+  // The library in `file`, or null with library_problem() set and logged.
+  std::shared_ptr<const ximea_library> open_library(const std::string& file);
   void load_library(const std::string& file);
   bool switch_library(bool simulated);
   void report(const QString& title, const QString& text);
