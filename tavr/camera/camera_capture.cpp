@@ -29,7 +29,14 @@ spectral_cube raw_capture(const camera_frame& frame, const camera_description& d
                              std::to_string(device.wavelengths.size()) + " wavelengths for " +
                              std::to_string(device.mosaic.bands) + " bands.");
   }
-  return sorted_by_wavelength(capture_cube(frame.view(), device.mosaic), device.wavelengths);
+  const std::vector<int> order = wavelength_order(device.wavelengths);
+  spectral_cube capture;
+  capture.cube = capture_cube(frame.view(), device.mosaic, order);
+  capture.wavelengths.set_size(order.size());
+  for (std::size_t k = 0; k < order.size(); ++k) {
+    capture.wavelengths(k) = device.wavelengths[static_cast<std::size_t>(order[k])];
+  }
+  return capture;
 }
 
 spectral_cube mean_capture(const QList<spectral_cube>& captures) {
@@ -50,9 +57,12 @@ spectral_cube mean_capture(const QList<spectral_cube>& captures) {
 capture_result make_capture(const camera_frame& frame, const camera_description& device,
                             const capture_options& options) {
   capture_result result;
-  corv::matrix responses = device.responses;
-  result.data = sorted_by_wavelength(capture_cube(frame.view(), device.mosaic), device.wavelengths,
-                                     &responses);
+  result.data = raw_capture(frame, device);
+  corv::matrix responses;
+  if (device.responses.n_rows == device.wavelengths.size()) {
+    const std::vector<int> order = wavelength_order(device.wavelengths);
+    responses = device.responses.rows(arma::conv_to<arma::uvec>::from(order));
+  }
   if (options.references != nullptr) {
     result.data.cube = options.references->reflectance(result.data.cube, result.data.wavelengths,
                                                        frame.exposure_us, frame.gain_db);
@@ -73,13 +83,26 @@ void save_capture(const capture_result& capture, const QString& file_name) {
                      capture.reflectance);
     return;
   }
+  // An HSZ file holds an image's recovered model: recover it with the default
+  // settings (a reflectance capture needs only its materials).
   auto data = std::make_shared<corv::data_input>();
-  data->set_I(capture.data.cube);
   data->set_wavelengths(capture.data.wavelengths);
   if (capture.reflectance) {
+    const arma::uword rows = capture.data.cube.n_rows;
+    const arma::uword cols = capture.data.cube.n_cols;
     data->set_s(capture.data.cube);
+    data->set_illuminant(corv::vector(capture.data.wavelengths.n_elem, arma::fill::ones));
+    data->set_k(corv::matrix(rows, cols, arma::fill::zeros));
+    data->set_g(corv::matrix(rows, cols, arma::fill::ones));
+  } else {
+    data->set_I(capture.data.cube);
   }
   corv::pipeline image(data);
+  if (!capture.reflectance) {
+    image.process_recover_illuminant(true);
+    image.process_recover_dichromatic_parameters();
+  }
+  image.process_recover_materials();
   save_hsz(image, file_name, processing_settings());
 }
 

@@ -50,9 +50,10 @@ spectral_cube mean_capture(const QList<spectral_cube>& captures);
 capture_result make_capture(const camera_frame& frame, const camera_description& device,
                             const capture_options& options);
 
-// Writes a capture: HSZ for a name ending in ".hsz", else ENVI 32-bit float (a
-// ".hdr" name puts the data beside it in ".fla"); reflectance captures are
-// written as reflectance. Nothing is left behind on failure.
+// Writes a capture: ENVI 32-bit float (a ".hdr" name puts the data beside it in
+// ".fla"), reflectance captures as reflectance; or, for a name ending in ".hsz",
+// an HSZ file of the capture's recovered illuminant, reflectance and materials
+// (default settings; this takes seconds). Nothing is left behind on failure.
 void save_capture(const capture_result& capture, const QString& file_name);
 
 }  // namespace tavr

@@ -45,27 +45,13 @@ arma::mat reconstruction(const arma::mat& responses) {
 
 }  // namespace
 
-spectral_cube sorted_by_wavelength(const corv::cube& cube, const std::vector<float>& wavelengths,
-                                   corv::matrix* responses) {
-  if (wavelengths.size() != cube.n_slices) {
-    throw std::runtime_error("sorted_by_wavelength: The cube has " + std::to_string(cube.n_slices) +
-                             " bands but " + std::to_string(wavelengths.size()) + " wavelengths.");
-  }
-  std::vector<arma::uword> order(wavelengths.size());
+std::vector<int> wavelength_order(const std::vector<float>& wavelengths) {
+  std::vector<int> order(wavelengths.size());
   std::iota(order.begin(), order.end(), 0);
-  std::stable_sort(order.begin(), order.end(),
-                   [&](arma::uword a, arma::uword b) { return wavelengths[a] < wavelengths[b]; });
-  spectral_cube sorted;
-  sorted.cube.set_size(cube.n_rows, cube.n_cols, cube.n_slices);
-  sorted.wavelengths.set_size(cube.n_slices);
-  for (arma::uword b = 0; b < order.size(); ++b) {
-    sorted.cube.slice(b) = cube.slice(order[b]);
-    sorted.wavelengths(b) = wavelengths[order[b]];
-  }
-  if (responses != nullptr && responses->n_rows == order.size()) {
-    *responses = responses->rows(arma::uvec(order));
-  }
-  return sorted;
+  std::stable_sort(order.begin(), order.end(), [&](int a, int b) {
+    return wavelengths[static_cast<std::size_t>(a)] < wavelengths[static_cast<std::size_t>(b)];
+  });
+  return order;
 }
 
 spectral_smoother::spectral_smoother(const std::vector<float>& wavelengths,

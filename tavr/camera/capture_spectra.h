@@ -13,11 +13,9 @@ struct spectral_cube {
   corv::vector wavelengths;
 };
 
-// The cube's bands in ascending wavelength order (a mosaic numbers its bands by
-// place, not by wavelength); `responses`, when not empty, has its rows put in the
-// same order.
-spectral_cube sorted_by_wavelength(const corv::cube& cube, const std::vector<float>& wavelengths,
-                                   corv::matrix* responses = nullptr);
+// The bands in ascending wavelength order (a mosaic numbers its bands by place,
+// not by wavelength): position k holds the index of the k-th shortest band.
+std::vector<int> wavelength_order(const std::vector<float>& wavelengths);
 
 // Turns the bands of a capture into `count` bands spread evenly from the
 // shortest to the longest band wavelength. With filter responses, each pixel's

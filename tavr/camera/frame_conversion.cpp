@@ -32,9 +32,10 @@ bool prepare(QImage& picture, int width, int height) {
   return !picture.isNull();
 }
 
+// The display conversions run on the acquisition thread once per frame, next to
+// the GUI thread and the camera's own work: they stay on one core.
 template <typename Pixel>
 void raw_rows(const Pixel* pixels, int width, int height, int shift, QImage& picture) {
-#pragma omp parallel for schedule(static)
   for (int y = 0; y < height; ++y) {
     const Pixel* in = pixels + static_cast<std::size_t>(y) * width;
     auto* out = reinterpret_cast<QRgb*>(picture.scanLine(y));
@@ -101,27 +102,75 @@ void raw_picture(const frame_view& frame, QImage& picture) {
   }
 }
 
+namespace {
+
+template <typename Pixel>
+void band_rows(const Pixel* pixels, int width, const mosaic_layout& mosaic, int band, int shift,
+               QImage& picture) {
+  const int column = band % mosaic.width;
+  const int row = band / mosaic.width;
+  for (int y = 0; y < picture.height(); ++y) {
+    auto* out = reinterpret_cast<QRgb*>(picture.scanLine(y));
+    const Pixel* in = pixels + static_cast<std::size_t>(y * mosaic.height + row) * width + column;
+    for (int x = 0; x < picture.width(); ++x) {
+      out[x] = grey(std::min(in[x * mosaic.width] >> shift, 255));
+    }
+  }
+}
+
+}  // namespace
+
 void band_picture(const frame_view& frame, const mosaic_layout& mosaic, int band, QImage& picture) {
   if (!mosaic.fits(frame) || band < 0 || band >= mosaic.bands ||
       !prepare(picture, frame.width / mosaic.width, frame.height / mosaic.height)) {
     picture = QImage();
     return;
   }
-  const int column = band % mosaic.width;
-  const int row = band / mosaic.width;
-  const int shift = frame.sixteen_bit ? 2 : 0;
-  const int cells_x = picture.width();
-  const int cells_y = picture.height();
-#pragma omp parallel for schedule(static)
-  for (int y = 0; y < cells_y; ++y) {
+  if (frame.sixteen_bit) {
+    band_rows(static_cast<const std::uint16_t*>(frame.pixels), frame.width, mosaic, band, 2,
+              picture);
+  } else {
+    band_rows(static_cast<const std::uint8_t*>(frame.pixels), frame.width, mosaic, band, 0,
+              picture);
+  }
+}
+
+namespace {
+
+template <typename Pixel>
+void colour_rows(const Pixel* pixels, int width, const mosaic_layout& mosaic,
+                 const std::vector<float>& scaled, QImage& picture) {
+  const int cells = picture.width();
+  // Each channel is summed band by band over a whole row of cells, which the
+  // compiler turns into vector instructions.
+  std::vector<float> sums(3 * static_cast<std::size_t>(cells));
+  float* blue = sums.data();
+  float* green = blue + cells;
+  float* red = green + cells;
+  for (int y = 0; y < picture.height(); ++y) {
+    std::fill(sums.begin(), sums.end(), 0.0f);
+    for (int b = 0; b < mosaic.bands; ++b) {
+      const Pixel* in = pixels +
+                        static_cast<std::size_t>(y * mosaic.height + b / mosaic.width) * width +
+                        b % mosaic.width;
+      const float wb = scaled[3 * b];
+      const float wg = scaled[3 * b + 1];
+      const float wr = scaled[3 * b + 2];
+      for (int x = 0; x < cells; ++x) {
+        const auto v = static_cast<float>(in[x * mosaic.width]);
+        blue[x] += wb * v;
+        green[x] += wg * v;
+        red[x] += wr * v;
+      }
+    }
     auto* out = reinterpret_cast<QRgb*>(picture.scanLine(y));
-    const int sensor_y = y * mosaic.height + row;
-    for (int x = 0; x < cells_x; ++x) {
-      const int value = static_cast<int>(frame.value(x * mosaic.width + column, sensor_y));
-      out[x] = grey(std::min(value >> shift, 255));
+    for (int x = 0; x < cells; ++x) {
+      out[x] = qRgb(clamp_level(red[x]), clamp_level(green[x]), clamp_level(blue[x]));
     }
   }
 }
+
+}  // namespace
 
 void colour_picture(const frame_view& frame, const mosaic_layout& mosaic, const colour_mix& mix,
                     QImage& picture) {
@@ -131,57 +180,82 @@ void colour_picture(const frame_view& frame, const mosaic_layout& mosaic, const 
     picture = QImage();
     return;
   }
-  // Per band: its place in the cell and its weights scaled to display levels.
-  std::vector<int> column(bands), row(bands);
+  // Per band, its weights scaled to display levels.
   std::vector<float> scaled(3 * bands);
   const float to_level = 255.0f / mix.full_scale;
   for (std::size_t b = 0; b < bands; ++b) {
-    column[b] = static_cast<int>(b) % mosaic.width;
-    row[b] = static_cast<int>(b) / mosaic.width;
     for (std::size_t c = 0; c < 3; ++c) {
       scaled[3 * b + c] = mix.weights[c][b] * to_level;
     }
   }
-  const int cells_x = picture.width();
-  const int cells_y = picture.height();
-#pragma omp parallel for schedule(static)
-  for (int y = 0; y < cells_y; ++y) {
-    auto* out = reinterpret_cast<QRgb*>(picture.scanLine(y));
-    for (int x = 0; x < cells_x; ++x) {
-      float blue = 0.0f, green = 0.0f, red = 0.0f;
-      for (std::size_t b = 0; b < bands; ++b) {
-        const float v = frame.value(x * mosaic.width + column[b], y * mosaic.height + row[b]);
-        blue += scaled[3 * b] * v;
-        green += scaled[3 * b + 1] * v;
-        red += scaled[3 * b + 2] * v;
+  if (frame.sixteen_bit) {
+    colour_rows(static_cast<const std::uint16_t*>(frame.pixels), frame.width, mosaic, scaled,
+                picture);
+  } else {
+    colour_rows(static_cast<const std::uint8_t*>(frame.pixels), frame.width, mosaic, scaled,
+                picture);
+  }
+}
+
+namespace {
+
+template <typename Pixel>
+void split_cells(const Pixel* pixels, int width, const mosaic_layout& mosaic,
+                 const std::vector<int>& order, corv::cube& cube) {
+  const int cells_x = static_cast<int>(cube.n_cols);
+  const int cells_y = static_cast<int>(cube.n_rows);
+  // Blocks of 16 cell rows: the sensor rows they read stay in cache while every
+  // band's column of 16 values (one cache line of the cube) is written. One core,
+  // like the display conversions: a capture runs beside live view.
+  constexpr int block = 16;
+  for (int first = 0; first < cells_y; first += block) {
+    const int last = std::min(cells_y, first + block);
+    for (int k = 0; k < mosaic.bands; ++k) {
+      const int b = order[static_cast<std::size_t>(k)];
+      const int column = b % mosaic.width;
+      const int row = b / mosaic.width;
+      float* slice = cube.slice_memptr(static_cast<arma::uword>(k));
+      for (int x = 0; x < cells_x; ++x) {
+        float* out = slice + static_cast<std::size_t>(x) * cells_y;
+        const Pixel* in = pixels + x * mosaic.width + column;
+        for (int y = first; y < last; ++y) {
+          out[y] = in[static_cast<std::size_t>(y * mosaic.height + row) * width];
+        }
       }
-      out[x] = qRgb(clamp_level(red), clamp_level(green), clamp_level(blue));
     }
   }
 }
 
-corv::cube capture_cube(const frame_view& frame, const mosaic_layout& mosaic) {
+}  // namespace
+
+corv::cube capture_cube(const frame_view& frame, const mosaic_layout& mosaic,
+                        const std::vector<int>& order) {
   if (!mosaic.fits(frame)) {
     throw std::runtime_error(
         "capture_cube: A " + std::to_string(frame.width) + " x " + std::to_string(frame.height) +
         " frame cannot be split into " + std::to_string(mosaic.bands) + " bands by a " +
         std::to_string(mosaic.width) + " x " + std::to_string(mosaic.height) + " mosaic.");
   }
-  const int cells_x = frame.width / mosaic.width;
-  const int cells_y = frame.height / mosaic.height;
-  corv::cube cube(static_cast<arma::uword>(cells_y), static_cast<arma::uword>(cells_x),
+  std::vector<int> bands = order;
+  if (bands.empty()) {
+    bands.resize(static_cast<std::size_t>(mosaic.bands));
+    std::iota(bands.begin(), bands.end(), 0);
+  }
+  std::vector<int> sorted = bands;
+  std::sort(sorted.begin(), sorted.end());
+  if (static_cast<int>(bands.size()) != mosaic.bands || sorted.front() != 0 ||
+      std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end() ||
+      sorted.back() != mosaic.bands - 1) {
+    throw std::runtime_error("capture_cube: The band order does not list each of the " +
+                             std::to_string(mosaic.bands) + " bands once.");
+  }
+  corv::cube cube(static_cast<arma::uword>(frame.height / mosaic.height),
+                  static_cast<arma::uword>(frame.width / mosaic.width),
                   static_cast<arma::uword>(mosaic.bands));
-#pragma omp parallel for schedule(static)
-  for (int b = 0; b < mosaic.bands; ++b) {
-    const int column = b % mosaic.width;
-    const int row = b / mosaic.width;
-    float* slice = cube.slice_memptr(static_cast<arma::uword>(b));
-    for (int x = 0; x < cells_x; ++x) {
-      float* out = slice + static_cast<std::size_t>(x) * cells_y;
-      for (int y = 0; y < cells_y; ++y) {
-        out[y] = frame.value(x * mosaic.width + column, y * mosaic.height + row);
-      }
-    }
+  if (frame.sixteen_bit) {
+    split_cells(static_cast<const std::uint16_t*>(frame.pixels), frame.width, mosaic, bands, cube);
+  } else {
+    split_cells(static_cast<const std::uint8_t*>(frame.pixels), frame.width, mosaic, bands, cube);
   }
   return cube;
 }

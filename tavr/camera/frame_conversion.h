@@ -62,10 +62,12 @@ void colour_picture(const frame_view& frame, const mosaic_layout& mosaic, const 
                     QImage& picture);
 
 // The capture: every mosaic cell becomes a pixel of a (height / mosaic height) x
-// (width / mosaic width) x bands cube, band b from the cell's sample of band b,
-// values unscaled. Throws std::runtime_error "capture_cube: <what>" when the
-// mosaic does not fit the frame.
-corv::cube capture_cube(const frame_view& frame, const mosaic_layout& mosaic);
+// (width / mosaic width) x bands cube, values unscaled. Slice k holds band
+// order[k] of the mosaic, or band k when `order` is empty. Throws
+// std::runtime_error "capture_cube: <what>" when the mosaic does not fit the
+// frame or `order` is not a list of the mosaic's bands.
+corv::cube capture_cube(const frame_view& frame, const mosaic_layout& mosaic,
+                        const std::vector<int>& order = {});
 
 }  // namespace tavr
 

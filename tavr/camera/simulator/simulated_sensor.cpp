@@ -132,6 +132,38 @@ double simulated_sensor::mean_signal(target looking_at, double seconds) const {
   return counts_per_unit * mean * (ambient + mean_across * mean_down);
 }
 
+namespace {
+
+// One frame's rows: signal under the light, shot and read noise by a table of the
+// noise's spread per whole count, black level, clipped to 10 bits.
+template <typename Pixel>
+void render_rows(const float* base, const float* black, const std::vector<float>& noise,
+                 std::uint32_t mask, const std::vector<float>& across,
+                 const std::vector<float>& down, float amplitude, const std::vector<float>& spread,
+                 std::uint32_t seed, int shift, Pixel* out) {
+  const int width = simulated_sensor::width;
+  const auto top = static_cast<float>(spread.size() - 1);
+  std::uint32_t state = seed * 2654435761u + 1u;
+  for (int y = 0; y < simulated_sensor::height; ++y) {
+    state ^= state << 13;
+    state ^= state >> 17;
+    state ^= state << 5;
+    const float* row_noise = noise.data();
+    const std::uint32_t row_offset = state;
+    const float row_spot = down[static_cast<std::size_t>(y)];
+    const std::size_t start = static_cast<std::size_t>(y) * width;
+    for (int x = 0; x < width; ++x) {
+      const float signal = base[start + x] * amplitude * (ambient + row_spot * across[x]);
+      const float sigma = spread[static_cast<std::size_t>(std::min(signal, top))];
+      float value = black[start + x] + signal + sigma * row_noise[(row_offset + x) & mask];
+      value = std::clamp(value, 0.0f, static_cast<float>(simulated_sensor::full_scale));
+      out[start + x] = static_cast<Pixel>(static_cast<int>(value + 0.5f) >> shift);
+    }
+  }
+}
+
+}  // namespace
+
 void simulated_sensor::render(target looking_at, double seconds, const exposure_settings& settings,
                               std::uint32_t seed, void* pixels) const {
   std::vector<float> across, down;
@@ -141,32 +173,20 @@ void simulated_sensor::render(target looking_at, double seconds, const exposure_
       looking_at == target::capped
           ? 0.0f
           : static_cast<float>(settings.exposure_us / 10000.0 * gain * counts_per_unit);
-  const float shot = static_cast<float>(gain / electrons_per_count);
-  const float read = static_cast<float>(read_noise * read_noise);
+  // The noise's spread at each whole count of signal (beyond full scale it no longer matters).
+  std::vector<float> spread(full_scale + 2);
+  for (std::size_t counts = 0; counts < spread.size(); ++counts) {
+    spread[counts] = static_cast<float>(std::sqrt(
+        static_cast<double>(counts) * gain / electrons_per_count + read_noise * read_noise));
+  }
   const std::vector<float>& base = looking_at == target::white_tile ? white_ : scene_;
   const std::uint32_t mask = (1u << noise_table_bits) - 1;
-  std::uint32_t state = seed * 2654435761u + 1u;
-  for (int y = 0; y < height; ++y) {
-    state ^= state << 13;
-    state ^= state >> 17;
-    state ^= state << 5;
-    const std::uint32_t row_offset = state;
-    const float row_spot = down[y];
-    const std::size_t start = static_cast<std::size_t>(y) * width;
-    const float* row_base = base.data() + start;
-    const float* row_black = black_.data() + start;
-    for (int x = 0; x < width; ++x) {
-      const float signal = row_base[x] * amplitude * (ambient + row_spot * across[x]);
-      const float sigma = std::sqrt(signal * shot + read);
-      float value = row_black[x] + signal + sigma * noise_[(row_offset + x) & mask];
-      value = std::clamp(value, 0.0f, static_cast<float>(full_scale));
-      const auto counts = static_cast<std::uint16_t>(value + 0.5f);
-      if (settings.eight_bit) {
-        static_cast<std::uint8_t*>(pixels)[start + x] = static_cast<std::uint8_t>(counts >> 2);
-      } else {
-        static_cast<std::uint16_t*>(pixels)[start + x] = counts;
-      }
-    }
+  if (settings.eight_bit) {
+    render_rows(base.data(), black_.data(), noise_, mask, across, down, amplitude, spread, seed, 2,
+                static_cast<std::uint8_t*>(pixels));
+  } else {
+    render_rows(base.data(), black_.data(), noise_, mask, across, down, amplitude, spread, seed, 0,
+                static_cast<std::uint16_t*>(pixels));
   }
 }
 

@@ -6,6 +6,7 @@
 
 #include "tavr/camera/camera_preferences.h"
 #include "tavr/camera/capture_spectra.h"
+#include "tavr/camera/frame_conversion.h"
 #include "tavr/camera/reflectance_calibration.h"
 
 namespace {
@@ -39,22 +40,24 @@ class camera_capture_test : public QObject {
   Q_OBJECT
 
  private Q_SLOTS:
-  void bands_are_sorted_by_wavelength_with_their_responses() {
-    corv::cube cube(1, 1, 3);
-    cube(0, 0, 0) = 10;
-    cube(0, 0, 1) = 20;
-    cube(0, 0, 2) = 30;
-    corv::matrix responses = {{1, 1}, {2, 2}, {3, 3}};
-    const tavr::spectral_cube sorted =
-        tavr::sorted_by_wavelength(cube, {570, 460, 500}, &responses);
-    QVERIFY(arma::approx_equal(sorted.wavelengths, corv::vector{460, 500, 570}, "absdiff", 0.0f));
-    QCOMPARE(sorted.cube(0, 0, 0), 20.0f);
-    QCOMPARE(sorted.cube(0, 0, 2), 10.0f);
-    QCOMPARE(responses(0, 0), 2.0f);
+  void captures_hold_the_bands_in_wavelength_order() {
+    QCOMPARE(tavr::wavelength_order({570, 460, 500, 460}), (std::vector<int>{1, 3, 2, 0}));
+    // A 2x2 mosaic over a 4 x 2 frame: two cells of four bands.
+    const std::uint16_t pixels[] = {0, 1, 10, 11, 2, 3, 12, 13};
+    const tavr::frame_view frame{pixels, 4, 2, true};
+    const corv::cube cube = tavr::capture_cube(frame, {2, 2, 4}, {3, 0, 2, 1});
+    QCOMPARE(arma::size(cube), arma::size(1, 2, 4));
+    QVERIFY(arma::approx_equal(arma::vectorise(cube.tube(0, 1)), corv::vector{13, 10, 12, 11},
+                               "absdiff", 0.0f));
     QCOMPARE(failure([&] {
-               tavr::sorted_by_wavelength(cube, {1, 2});
+               tavr::capture_cube(frame, {2, 2, 4}, {0, 1, 1, 3});
              }),
-             QString("sorted_by_wavelength: The cube has 3 bands but 2 wavelengths."));
+             QString("capture_cube: The band order does not list each of the 4 bands once."));
+    QCOMPARE(
+        failure([&] {
+          tavr::capture_cube(frame, {4, 4, 16});
+        }),
+        QString("capture_cube: A 4 x 2 frame cannot be split into 16 bands by a 4 x 4 mosaic."));
   }
 
   void smoothing_recovers_a_smooth_spectrum_and_keeps_a_flat_one_flat() {
