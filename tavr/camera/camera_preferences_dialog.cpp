@@ -65,6 +65,7 @@ void camera_preferences_dialog::build() {
   exposure_form->addRow("Exposure:", row_of(exposure, {exposure_slider_widget_, exposure_field_,
                                                        new QLabel("ms", exposure)}));
   gain_slider_widget_ = new QSlider(Qt::Horizontal, exposure);
+  gain_slider_widget_->setRange(0, 24);
   gain_field_ = new QLineEdit(exposure);
   gain_field_->setMaximumWidth(90);
   exposure_form->addRow(
@@ -153,6 +154,7 @@ void camera_preferences_dialog::set_values(const camera_preferences& values) {
   sequence_folder_->setText(values.sequence_folder);
   show_at_start_->setChecked(values.show_at_live_start);
   set_exposure_gain_mode_();
+  show_exposure();
 }
 
 camera_preferences camera_preferences_dialog::values() const {

@@ -111,12 +111,12 @@ corv::cube spectral_smoother::apply(const corv::cube& cube) const {
     throw std::runtime_error("spectral_smoother: The cube has " + std::to_string(cube.n_slices) +
                              " bands, not " + std::to_string(weights_.n_cols) + ".");
   }
-  const arma::uword pixels = cube.n_rows * cube.n_cols;
-  // Bands are the columns of a pixels x bands view of the cube.
-  const corv::matrix as_rows(const_cast<float*>(cube.memptr()), pixels, cube.n_slices, false, true);
-  corv::cube out(cube.n_rows, cube.n_cols, weights_.n_rows);
-  corv::matrix out_rows(out.memptr(), pixels, weights_.n_rows, false, true);
-  out_rows = as_rows * weights_.t();
+  corv::cube out(cube.n_rows, cube.n_cols, weights_.n_rows, arma::fill::zeros);
+  for (arma::uword k = 0; k < weights_.n_rows; ++k) {
+    for (arma::uword b = 0; b < weights_.n_cols; ++b) {
+      out.slice(k) += weights_(k, b) * cube.slice(b);
+    }
+  }
   return out;
 }
 
