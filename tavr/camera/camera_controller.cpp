@@ -48,14 +48,7 @@ camera_controller::camera_controller(QSettings& settings, const QString& program
   dialog_->set_values(preferences_);
   counter_.reset(preferences_.counter_start);
 
-  auto loaded = std::make_shared<reflectance_references>();
-  try {
-    loaded->load(preferences_.image_folder);
-  } catch (const std::exception& e) {
-    log_line(QString("camera: References not read: ") + e.what());
-  }
-  references_ = loaded;
-  show_references();
+  read_references();
 
   connect(thread_.get(), &camera_thread::frame_captured, this, &camera_controller::frame_arrived);
   connect(thread_.get(), &camera_thread::capture_failed, this, &camera_controller::capture_failed);
@@ -134,6 +127,17 @@ bool camera_controller::switch_library(bool simulated) {
   return library_problem_.isEmpty();
 }
 
+void camera_controller::read_references() {
+  auto loaded = std::make_shared<reflectance_references>();
+  try {
+    loaded->load(preferences_.image_folder);
+  } catch (const std::exception& e) {
+    log_line(QString("camera: References not read: ") + e.what());
+  }
+  references_ = loaded;
+  show_references();
+}
+
 void camera_controller::set_preferences(const camera_preferences& values) {
   const bool counter_moved = values.counter_start != preferences_.counter_start;
   const bool folder_moved = values.image_folder != preferences_.image_folder;
@@ -142,14 +146,7 @@ void camera_controller::set_preferences(const camera_preferences& values) {
     counter_.reset(preferences_.counter_start);
   }
   if (folder_moved) {
-    auto loaded = std::make_shared<reflectance_references>();
-    try {
-      loaded->load(preferences_.image_folder);
-    } catch (const std::exception& e) {
-      log_line(QString("camera: References not read: ") + e.what());
-    }
-    references_ = loaded;
-    show_references();
+    read_references();
   }
   preferences_.save(settings_);
 }
@@ -379,12 +376,12 @@ void camera_controller::capture_failed() {
   if (was == pending::snapshot) {
     emit snapshot_finished(false, capture_failed_message);
   }
-  if (was != pending::none) {
+  if (was != pending::none || recording_) {
+    if (recording_) {
+      toggle_recording();
+    }
     panel_->status->setText(capture_failed_message);
     report("Tavrel", capture_failed_message);
-  }
-  if (recording_) {
-    toggle_recording();
   }
 }
 

@@ -105,6 +105,8 @@ class camera_controller : public QObject {
   void record(const std::shared_ptr<const camera_frame>& frame);
   void recorded();
   void start_reference(pending kind);
+  // The references kept in the capture folder (none when they cannot be read).
+  void read_references();
   void show_references();
   void show_bands();
   void apply_preferences(camera& device) const;

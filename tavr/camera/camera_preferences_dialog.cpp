@@ -44,7 +44,11 @@ camera_preferences_dialog::camera_preferences_dialog(QWidget* parent) : QDialog(
   set_values(camera_preferences::defaults());
   // In auto mode the camera moves exposure and gain itself: follow it.
   refresh_.setInterval(500);
-  connect(&refresh_, &QTimer::timeout, this, &camera_preferences_dialog::show_exposure);
+  connect(&refresh_, &QTimer::timeout, this, [this] {
+    if (isVisible()) {
+      show_exposure();
+    }
+  });
 }
 
 void camera_preferences_dialog::build() {

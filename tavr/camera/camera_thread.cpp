@@ -118,9 +118,6 @@ void camera_thread::start_loop() {
 
 void camera_thread::drop_cameras() {
   stop_loop();
-  if (cameras_.empty()) {
-    return;
-  }
   for (std::unique_ptr<camera>& c : cameras_) {
     c->stop_acquisition();
     c->close_device();

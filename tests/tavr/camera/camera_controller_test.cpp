@@ -90,7 +90,8 @@ class camera_controller_test : public QObject {
     QVERIFY(header.readAll().contains("REFLECTANCE"));
     const corv::cube white =
         corv::hdr_input(dir.filePath("captures/image_0002.hdr").toStdString()).s();
-    QVERIFY2(std::abs(arma::mean(arma::vectorise(white)) - 1.0f) < 0.05f,
+    // Within the change of the simulated camera's moving light between the two.
+    QVERIFY2(std::abs(arma::mean(arma::vectorise(white)) - 1.0f) < 0.15f,
              qPrintable(QString::number(arma::mean(arma::vectorise(white)))));
     QCOMPARE(window.images().back()->pipeline().s().n_slices, arma::uword{16});
 

@@ -95,13 +95,15 @@ class camera_thread_test : public QObject {
       QSignalSpy shown(&thread, &tavr::camera_thread::cam_image_captured);
       QSignalSpy failed(&thread, &tavr::camera_thread::capture_failed);
       thread.check_for_cameras_();
+      added.clear();
+      removed.clear();
       thread.set_live(true);
       // Live view skips the missing frames silently until discovery notices.
       QVERIFY(wait_for(removed, 1, 4000));
       QCOMPARE(failed.count(), 0);
       // Discovery may look while the camera is away (no cameras), then again.
       QTRY_COMPARE_WITH_TIMEOUT(thread.camera_count(), 1, 4000);
-      QVERIFY(added.count() >= 2);
+      QVERIFY(added.count() >= 1);
       QCOMPARE(camera_testing::open_handles(), 1);
       // Live view goes on with the new camera object.
       QVERIFY(thread.live());
