@@ -8,15 +8,24 @@
 
 namespace {
 
-// Waits until `spy` has at least `count` signals.
-bool wait_for(QSignalSpy& spy, int count, int timeout_ms) {
-  QElapsedTimer clock;
-  clock.start();
-  while (spy.count() < count && clock.elapsed() < timeout_ms) {
-    spy.wait(std::max<qint64>(1, timeout_ms - clock.elapsed()));
+// The loop's signals, counted on the test's thread: they arrive queued, as in the
+// viewer (a QSignalSpy would be written on the loop's thread while the test reads it).
+struct loop_signals {
+  QObject context;
+  int shown = 0;
+  int failed = 0;
+  QList<std::shared_ptr<const tavr::camera_frame>> frames;
+
+  explicit loop_signals(tavr::camera_thread& thread) {
+    QObject::connect(&thread, &tavr::camera_thread::cam_image_captured, &context,
+                     [this] { ++shown; });
+    QObject::connect(&thread, &tavr::camera_thread::capture_failed, &context, [this] { ++failed; });
+    QObject::connect(&thread, &tavr::camera_thread::frame_captured, &context,
+                     [this](std::shared_ptr<const tavr::camera_frame> frame) {
+                       frames.append(std::move(frame));
+                     });
   }
-  return spy.count() >= count;
-}
+};
 
 }  // namespace
 
@@ -44,6 +53,7 @@ class camera_thread_test : public QObject {
 
   void live_view_in_each_mode_and_captures() {
     tavr::camera_thread thread(camera_testing::simulator());
+    loop_signals loop(thread);
     QSignalSpy added(&thread, &tavr::camera_thread::add_cam_to_ui);
     thread.check_for_cameras_();
     QCOMPARE(added.count(), 1);
@@ -51,7 +61,6 @@ class camera_thread_test : public QObject {
     QVERIFY(thread.isRunning());
     QCOMPARE(thread.view_mode(), QString("Raw"));
 
-    QSignalSpy shown(&thread, &tavr::camera_thread::cam_image_captured);
     thread.set_live(true);
     const struct {
       const char* mode;
@@ -59,12 +68,12 @@ class camera_thread_test : public QObject {
     } modes[] = {{"Raw", {2048, 1088}}, {"band", {512, 272}}, {"Color", {512, 272}}};
     for (const auto& m : modes) {
       thread.set_view_mode(m.mode);
-      thread.display_image();
-      shown.clear();
       // The frame in conversion when the mode changed may still be in the old mode.
-      QVERIFY2(wait_for(shown, 1, 3000), m.mode);
-      thread.display_image();
-      QVERIFY(wait_for(shown, 2, 3000));
+      for (int i = 0; i < 2; ++i) {
+        const int before = loop.shown;
+        thread.display_image();
+        QTRY_VERIFY_WITH_TIMEOUT(loop.shown > before, 3000);
+      }
       const QImage picture = thread.display_image();
       QCOMPARE(picture.size(), m.size);
       QCOMPARE(picture.format(), QImage::Format_RGB32);
@@ -72,15 +81,13 @@ class camera_thread_test : public QObject {
     thread.set_live(false);
 
     // Captures come with live view off too, as copies of whole frames.
-    QSignalSpy copies(&thread, &tavr::camera_thread::frame_captured);
     thread.request_frames(2);
-    QVERIFY(wait_for(copies, 2, 3000));
-    const auto frame = copies.at(1).at(0).value<std::shared_ptr<const tavr::camera_frame>>();
-    QCOMPARE(frame->width, 2048);
-    QCOMPARE(frame->bytes.size(), std::size_t{2048} * 1088 * 2);
-    QVERIFY(frame->exposure_us >= 50.0);
-    QVERIFY(frame->frame_number >
-            copies.at(0).at(0).value<std::shared_ptr<const tavr::camera_frame>>()->frame_number);
+    QTRY_COMPARE_WITH_TIMEOUT(loop.frames.size(), 2, 3000);
+    const tavr::camera_frame& frame = *loop.frames.back();
+    QCOMPARE(frame.width, 2048);
+    QCOMPARE(frame.bytes.size(), std::size_t{2048} * 1088 * 2);
+    QVERIFY(frame.exposure_us >= 50.0);
+    QVERIFY(frame.frame_number > loop.frames.front()->frame_number);
   }
 
   void unplugged_and_plugged_in_again() {
@@ -91,26 +98,23 @@ class camera_thread_test : public QObject {
                                {"XIMEA_SIMULATOR_REPLUG_MS", "400"}});
     {
       tavr::camera_thread thread(camera_testing::simulator());
+      loop_signals loop(thread);
+      thread.check_for_cameras_();
       QSignalSpy added(&thread, &tavr::camera_thread::add_cam_to_ui);
       QSignalSpy removed(&thread, &tavr::camera_thread::remove_cam_from_ui);
-      QSignalSpy shown(&thread, &tavr::camera_thread::cam_image_captured);
-      QSignalSpy failed(&thread, &tavr::camera_thread::capture_failed);
-      thread.check_for_cameras_();
-      added.clear();
-      removed.clear();
       thread.set_live(true);
       // Live view skips the missing frames silently until discovery notices.
-      QVERIFY(wait_for(removed, 1, 10000));
-      QCOMPARE(failed.count(), 0);
+      QTRY_VERIFY_WITH_TIMEOUT(removed.count() >= 1, 10000);
+      QCOMPARE(loop.failed, 0);
       // Discovery may look while the camera is away (no cameras), then again.
       QTRY_COMPARE_WITH_TIMEOUT(thread.camera_count(), 1, 10000);
       QVERIFY(added.count() >= 1);
       QCOMPARE(camera_testing::open_handles(), 1);
       // Live view goes on with the new camera object.
       QVERIFY(thread.live());
-      shown.clear();
+      const int before = loop.shown;
       thread.display_image();
-      QVERIFY(wait_for(shown, 1, 3000));
+      QTRY_VERIFY_WITH_TIMEOUT(loop.shown > before, 3000);
     }
     QCOMPARE(camera_testing::open_handles(), 0);
   }
@@ -118,12 +122,11 @@ class camera_thread_test : public QObject {
   void a_capture_without_a_frame_fails() {
     camera_testing::configure({{"XIMEA_SIMULATOR_UNPLUG_AFTER", "3"}});
     tavr::camera_thread thread(camera_testing::simulator());
+    loop_signals loop(thread);
     thread.check_for_cameras_();
-    QSignalSpy copies(&thread, &tavr::camera_thread::frame_captured);
-    QSignalSpy failed(&thread, &tavr::camera_thread::capture_failed);
     thread.request_frames(10);
-    QVERIFY(wait_for(failed, 1, 3000));
-    QVERIFY(copies.count() < 10);
+    QTRY_COMPARE_WITH_TIMEOUT(loop.failed, 1, 3000);
+    QVERIFY(loop.frames.size() < 10);
   }
 };
 

@@ -183,6 +183,19 @@ class ximea_camera_test : public QObject {
     camera.stop_acquisition();
   }
 
+  void dropped_frames_leave_gaps_in_the_frame_numbers() {
+    camera_testing::configure({{"XIMEA_SIMULATOR_FPS", "100"}, {"XIMEA_SIMULATOR_DROP", "2"}});
+    auto library = camera_testing::simulator();
+    tavr::ximea_camera camera(library);
+    camera.open_device(0);
+    camera.start_acquisition();
+    for (int i = 0; i < 3; ++i) {
+      QVERIFY(camera.get_image_16bit() != nullptr);
+      QCOMPARE(camera.get_frame_number() % 2, 1);  // every second frame is lost
+    }
+    camera.stop_acquisition();
+  }
+
   void calibration_reading() {
     // Without a calibration the camera has the 3-band fallback.
     camera_testing::configure({{"XIMEA_SIMULATOR_CALIBRATION", ""}});
