@@ -137,7 +137,7 @@ class main_window : public QMainWindow {
   void remove_cam_from_ui_();
   void cam_image_captured_();
   void change_camera_image_(int index);
-  void change_camera_band_(int band);
+  void change_camera_band_(int row);
   void change_camera_(int index);
   void check_for_cameras_();
   void show_camera_dock_();

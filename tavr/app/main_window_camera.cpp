@@ -125,8 +125,8 @@ void main_window::cam_image_captured_() {
 void main_window::change_camera_image_(int index) {
   camera_->set_view_mode(index);
 }
-void main_window::change_camera_band_(int band) {
-  camera_->set_band(band);
+void main_window::change_camera_band_(int row) {
+  camera_->set_band(row);
 }
 void main_window::change_camera_(int index) {
   camera_->set_camera(index);

@@ -203,12 +203,19 @@ void camera_controller::show_bands() {
   if (device == nullptr) {
     return;
   }
+  // Listed by wavelength; each row keeps its band's place in the mosaic.
   const std::vector<float> wavelengths = device->get_wavelengths();
-  for (std::size_t b = 0; b < wavelengths.size(); ++b) {
-    panel_->bands->addItem(QString("%1: %2 nm").arg(b + 1).arg(wavelengths[b], 0, 'f', 1));
+  for (const int band : wavelength_order(wavelengths)) {
+    auto* item =
+        new QListWidgetItem(QString("%1 nm (band %2)")
+                                .arg(wavelengths[static_cast<std::size_t>(band)], 0, 'f', 1)
+                                .arg(band + 1),
+                            panel_->bands);
+    item->setData(Qt::UserRole, band);
+    if (band == thread_->band()) {
+      panel_->bands->setCurrentItem(item);
+    }
   }
-  const int band = std::min(thread_->band(), panel_->bands->count() - 1);
-  panel_->bands->setCurrentRow(band);
 }
 
 void camera_controller::set_camera(int index) {
@@ -223,10 +230,12 @@ void camera_controller::set_view_mode(int index) {
   thread_->set_view_mode(panel_->views->itemData(index).toString());
 }
 
-void camera_controller::set_band(int band) {
-  if (band < 0) {
+void camera_controller::set_band(int row) {
+  const QListWidgetItem* item = panel_->bands->item(row);
+  if (item == nullptr) {
     return;
   }
+  const int band = item->data(Qt::UserRole).toInt();
   thread_->set_band(band);
   if (camera* device = thread_->current_camera()) {
     device->set_current_band(band);

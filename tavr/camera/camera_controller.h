@@ -73,7 +73,8 @@ class camera_controller : public QObject {
 
   void show_preferences();
   void set_view_mode(int index);
-  void set_band(int band);
+  // Shows the band listed in this row of "Camera Wavelengths:".
+  void set_band(int row);
   void set_camera(int index);
   void cameras_added();
   void cameras_removed();
