@@ -4,8 +4,10 @@
 // picture and exits; with --save-workspace it saves the images named as a
 // workspace and exits.
 #include <QApplication>
+#include <QComboBox>
 #include <QCommandLineParser>
 #include <QDockWidget>
+#include <QElapsedTimer>
 #include <QLinearGradient>
 #include <QPainter>
 #include <QSplashScreen>
@@ -17,6 +19,8 @@
 
 #include "corv/io/logger.h"
 #include "tavr/app/main_window.h"
+#include "tavr/camera/camera_controller.h"
+#include "tavr/camera/camera_panel.h"
 #include "tavr/image/open_image_controller.h"
 #include "tavr/view/image_view.h"
 
@@ -179,6 +183,135 @@ class screenshot_run : public QObject {
   bool reported_ = false;
 };
 
+// The headless camera run: live view with the named camera for a number of
+// frames, then optionally a capture of the next frame and a screenshot.
+class camera_run : public QObject {
+ public:
+  camera_run(tavr::main_window& window, bool simulated, QString view, int frames, QString capture,
+             QString screenshot)
+      : window_(window),
+        simulated_(simulated),
+        view_(std::move(view)),
+        frames_(frames),
+        capture_(std::move(capture)),
+        screenshot_(std::move(screenshot)) {}
+
+  void start() {
+    tavr::camera_controller& camera = window_.camera();
+    window_.show();
+    window_.show_camera_dock_();
+    if (simulated_ && !camera.use_simulator(true)) {
+      finish(1);
+      return;
+    }
+    if (!camera.library_problem().isEmpty()) {
+      print_error(camera.library_problem());
+      finish(1);
+      return;
+    }
+    camera.thread().check_for_cameras_();
+    if (camera.thread().camera_count() == 0) {
+      print_error(tavr::camera_controller::capture_failed_message);
+      finish(1);
+      return;
+    }
+    QComboBox* views = camera.panel().views;
+    views->setCurrentIndex(views->findData(view_ == "raw"    ? "Raw"
+                                           : view_ == "band" ? "band"
+                                                             : "Color"));
+    QObject::connect(&camera.thread(), &tavr::camera_thread::cam_image_captured, this,
+                     &camera_run::frame_shown);
+    QObject::connect(&camera, &tavr::camera_controller::snapshot_finished, this,
+                     &camera_run::captured);
+    // Every pause of the event loop longer than the tick shows in the ticks' spacing.
+    QObject::connect(&ticks_, &QTimer::timeout, this,
+                     [this] { longest_pause_ = std::max(longest_pause_, since_tick_.restart()); });
+    // A camera that stops sending frames ends the run.
+    QObject::connect(&patience_, &QTimer::timeout, this, [this] {
+      print_error(tavr::camera_controller::capture_failed_message);
+      finish(1);
+    });
+    patience_.setSingleShot(true);
+    patience_.start(patience_ms);
+    window_.live_camera_();
+  }
+
+ private:
+  static constexpr int patience_ms = 12000;
+
+  void frame_shown() {
+    patience_.start(patience_ms);
+    if (shown_ == 0) {
+      // The first frame can come late (the camera starts); time the rest.
+      clock_.start();
+      since_tick_.start();
+      ticks_.start(5);
+    }
+    if (++shown_ < frames_ || done_) {
+      return;
+    }
+    done_ = true;
+    const double seconds = clock_.elapsed() / 1000.0;
+    std::printf(
+        "tavrel: %d frames shown, %.1f frames per second, longest event-loop pause %lld ms\n",
+        shown_, seconds > 0 ? (shown_ - 1) / seconds : 0.0, static_cast<long long>(longest_pause_));
+    std::fflush(stdout);
+    ticks_.stop();
+    if (capture_.isEmpty()) {
+      shoot();
+      return;
+    }
+    window_.camera().snapshot(capture_);
+  }
+
+  // A failed capture has already been reported through the window's messages.
+  void captured(bool saved) {
+    if (!saved) {
+      finish(1);
+      return;
+    }
+    shoot();
+  }
+
+  // The screenshot shows the live view as it runs, fitted to the laid-out window.
+  void shoot() {
+    if (screenshot_.isEmpty()) {
+      finish(0);
+      return;
+    }
+    window_.view().fit_to_window();
+    QTimer::singleShot(300, this, [this] {
+      if (!window_.grab().save(screenshot_)) {
+        print_error("could not save the screenshot " + screenshot_);
+        finish(1);
+        return;
+      }
+      finish(0);
+    });
+  }
+
+  void finish(int code) {
+    patience_.stop();
+    ticks_.stop();
+    window_.stop_view_camera_();
+    QCoreApplication::exit(code);
+  }
+
+  tavr::main_window& window_;
+  bool simulated_;
+  QString view_;
+  int frames_;
+  QString capture_;
+  QString screenshot_;
+  int shown_ = 0;
+  bool done_ = false;
+  QElapsedTimer clock_;
+  QElapsedTimer since_tick_;
+  qint64 longest_pause_ = 0;
+  QTimer ticks_;
+  QTimer patience_;
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -196,10 +329,19 @@ int main(int argc, char** argv) {
   const QCommandLineOption screenshot(
       "screenshot", "Render the window into FILE (after any processing) and exit.", "FILE");
   const QCommandLineOption view(
-      "view", "View shown: color, irradiance, reflectance, specularity or shading.", "VIEW");
+      "view",
+      "View shown: color, irradiance, reflectance, specularity or shading; with --camera raw, "
+      "band or color.",
+      "VIEW");
   const QCommandLineOption process(
       "process", "Comma-separated stages to run first: illuminant, reflectance, materials.",
       "STAGES");
+  const QCommandLineOption camera(
+      "camera", "Live view with a camera instead of an image: simulated or ximea.", "CAMERA");
+  const QCommandLineOption frames("frames", "Frames of live view before exiting (default 30).", "N",
+                                  "30");
+  const QCommandLineOption capture(
+      "capture", "Capture the frame after the live view into FILE (.hsz: HSZ, else ENVI).", "FILE");
   parser.addOption(screenshot);
   parser.addOption(view);
   const QCommandLineOption save_workspace(
@@ -209,10 +351,41 @@ int main(int argc, char** argv) {
   parser.addOption(process);
   parser.addOption(save_workspace);
   parser.addOption(portable);
+  parser.addOption(camera);
+  parser.addOption(frames);
+  parser.addOption(capture);
   parser.addPositionalArgument("IMAGE", "An image (.hdr, .hsz, .tif) or workspace (.tvw).");
   parser.process(app);
 
   const QString view_name = parser.value(view);
+  if (parser.isSet(camera)) {
+    const QString which = parser.value(camera);
+    const QString camera_view = view_name.isEmpty() ? QString("color") : view_name;
+    bool counted = false;
+    const int frame_count = parser.value(frames).toInt(&counted);
+    if (which != "simulated" && which != "ximea") {
+      print_error("unknown camera '" + which + "' (simulated or ximea)");
+      return 2;
+    }
+    if (!QStringList{"raw", "band", "color"}.contains(camera_view)) {
+      print_error("unknown camera view '" + camera_view + "' (raw, band or color)");
+      return 2;
+    }
+    if (!counted || frame_count < 1) {
+      print_error("--frames needs a positive number, not '" + parser.value(frames) + "'");
+      return 2;
+    }
+    tavr::main_window window;
+    window.set_interactive(false);
+    window.camera().set_interactive(false);
+    QObject::connect(&window, &tavr::main_window::message_reported,
+                     [](const QString&, const QString& text) { print_error(text); });
+    window.resize(1400, 860);
+    camera_run run(window, which == "simulated", camera_view, frame_count, parser.value(capture),
+                   parser.value(screenshot));
+    QTimer::singleShot(0, &run, [&run] { run.start(); });
+    return app.exec();
+  }
   const QStringList stages = parser.value(process).split(',', Qt::SkipEmptyParts);
   tavr::processing_command command{};
   if (!view_name.isEmpty() &&

@@ -20,6 +20,7 @@
 #include <QVBoxLayout>
 
 #include "tavr/app/main_window_actions.h"
+#include "tavr/camera/camera_controller.h"
 #include "tavr/dialogs/rendering_dialog.h"
 #include "tavr/dialogs/settings_dialog.h"
 #include "tavr/labels/label_controller.h"
@@ -83,6 +84,7 @@ main_window::main_window(QSettings* settings, QWidget* parent)
   build_menus();
   build_docks();
   build_feature_docks();
+  build_camera();
   connect_view();
   connect_processing();
   restore_settings();
@@ -350,7 +352,8 @@ void main_window::connect_processing() {
 QList<QDockWidget*> main_window::startup_docks() const {
   QList<QDockWidget*> docks;
   for (QDockWidget* dock :
-       {images_dock_, components_dock_, materials_dock_, labels_dock_, pca_dock_, plots_dock_}) {
+       {images_dock_, components_dock_, materials_dock_, labels_dock_, pca_dock_, plots_dock_,
+        camera_dock_}) {
     docks.append(dock);
   }
   return docks;
@@ -397,6 +400,7 @@ void main_window::closeEvent(QCloseEvent* event) {
     event->ignore();
     return;
   }
+  camera_->shut_down();
   store_settings();
   event->accept();
 }

@@ -32,6 +32,7 @@ class QSettings;
 
 namespace tavr {
 
+class camera_controller;
 class image_view;
 class label_controller;
 class labels_dock;
@@ -82,6 +83,7 @@ class main_window : public QMainWindow {
 
   // Starts a processing run on the current image; false when none could start.
   bool process(processing_command command);
+  camera_controller& camera();
 
  public Q_SLOTS:
   // Opens image files under the "Opening Images" progress dialog; true when
@@ -141,6 +143,24 @@ class main_window : public QMainWindow {
   void change_image_list_flow_(Qt::DockWidgetArea area);
   void hs_image_list_widget_item_changed_(const QModelIndex& current, const QModelIndex& previous);
 
+  void live_camera_();
+  void stop_view_camera_();
+  void capture_cam_image_();
+  void capture_cam_video_();
+  void capture_dark_reference_();
+  void capture_white_reference_();
+  void clear_camera_references_();
+  void use_simulated_camera_(bool simulated);
+  void add_cam_to_ui_();
+  void remove_cam_from_ui_();
+  void cam_image_captured_();
+  void change_camera_image_(int index);
+  void change_camera_band_(int row);
+  void change_camera_(int index);
+  void check_for_cameras_();
+  void show_camera_dock_();
+  void show_camera_preferences_();
+
   void add_plot_curve_(const QPointF& point);
   void add_plot_curves_(const QRectF& rect);
   void pixel_inspect_(const QPointF& point);
@@ -197,6 +217,7 @@ class main_window : public QMainWindow {
   int current_row() const;
   // False, reported, while processing runs (a workspace reads every pipeline).
   bool workspace_idle();
+  void build_camera();
   void connect_view();
   void connect_processing();
   void restore_settings();
@@ -274,6 +295,9 @@ class main_window : public QMainWindow {
   QActionGroup* normalize_group_ = nullptr;
   struct actions;
   std::unique_ptr<actions> actions_;
+
+  QDockWidget* camera_dock_ = nullptr;
+  std::unique_ptr<camera_controller> camera_;
 };
 
 }  // namespace tavr

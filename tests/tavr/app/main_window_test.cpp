@@ -65,7 +65,9 @@ class main_window_test : public QObject {
                                                       {"&Save Workspace", "Ctrl+S"},
                                                       {"Show All Labels", "Alt+L"},
                                                       {"Show All Polygon Labels", "Shift+L"},
-                                                      {"Show All Material Clusters", "Shift+M"}};
+                                                      {"Show All Material Clusters", "Shift+M"},
+                                                      {"Stop Camera", "Shift+C"},
+                                                      {"Snapshot", "Ctrl+I"}};
     for (const auto& [text, keys] : shortcuts) {
       QAction* action = action_named(window, text);
       QVERIFY2(action != nullptr, qPrintable(text));
@@ -76,7 +78,7 @@ class main_window_test : public QObject {
           "Material Reflectances...", "Illumination Spectrum...", "Import Illumination Spectrum...",
           "Remove Bands", "Show Material Abundance Layer", "Fit to Window", "Actual Size",
           "Recover Illuminant", "Recover Reflectance", "Run Material Discovery", "Run Analysis",
-          "Pixel Inspector...", "About", "Image Rendering..."}) {
+          "Pixel Inspector...", "About", "Image Rendering...", "Live Camera", "Record Video"}) {
       QVERIFY2(action_named(window, text) != nullptr, qPrintable(text));
     }
     QCOMPARE(action_named(window, "Open Image...")->toolTip(), QString("Open Image"));
@@ -88,7 +90,7 @@ class main_window_test : public QObject {
     for (QAction* action : window.menuBar()->actions()) {
       menus.append(action->text());
     }
-    QCOMPARE(menus, (QStringList{"File", "Image", "View", "Process", "Tools", "Help"}));
+    QCOMPARE(menus, (QStringList{"File", "Image", "View", "Process", "Tools", "Camera", "Help"}));
 
     auto* plots = window.findChild<QDockWidget*>("Plots_Dock");
     QVERIFY(plots != nullptr);
