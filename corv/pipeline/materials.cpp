@@ -77,6 +77,10 @@ void check_settings(material_parameters& settings, int mode, annealing_schedule&
 
 material_result recover_materials(const cube& s, const matrix& g, material_parameters settings,
                                   int mode, int verbosity) {
+  // The stage number is the viewer's progress display's, also when the
+  // routine is called on its own rather than by the pipeline.
+  logger::instance().set_stage(stage_materials);
+  logger::instance().set_progress(0);
   annealing_schedule schedule;
   check_settings(settings, mode, schedule);
   if (s.n_rows == 0 || s.n_cols == 0 || s.n_slices == 0) {

@@ -167,7 +167,7 @@ class hs_image : public QObject {
   open_mode mode_ = open_mode::irradiance;
   QString file_name_;
   QString workspace_name_;
-  int verbosity_ = 2;
+  int verbosity_ = 0;
   processing_selection selection_;
   rendering_options rendering_;
   bool prepare_reflectance_ = false;
