@@ -37,7 +37,7 @@ struct processing_settings {
   int neighbourhood_size = 5;
   int gray_threshold = 2;
   // Material discovery
-  bool faster_materials = true;  // material_mode 1 (clustering a shrunk image), else 0
+  bool faster_materials = true;  // material_mode 2 (clustering a sample), else 0 (every pixel)
   int max_clusters = 20;
   double max_temperature = 0.02;
   double min_temperature = 0.00025;
