@@ -229,7 +229,7 @@ void settings_dialog_test::restore_defaults_and_round_trip() {
   const processing_settings restored = dialog.values();
   QVERIFY(restored == processing_settings());
   // The pipeline's own defaults: the viewer processes as the command line does.
-  QVERIFY(restored == settings_from(corv::parameters()));
+  QVERIFY(restored == tavr::settings_from(corv::parameters()));
   QCOMPARE(restored.split_threshold, 0.996195);
   QCOMPARE(restored.filter_method, int{corv::FILTER_WIENER});
   QCOMPARE(restored.envi_data_type, int{tavr::envi_float32});
@@ -336,7 +336,7 @@ void settings_dialog_test::values_reach_the_pipeline_and_the_image() {
   QCOMPARE(pipeline.parameters().material_mode, 0);
   faster->setChecked(true);
   dialog.values().apply_to(pipeline);
-  QCOMPARE(pipeline.parameters().material_mode, 1);
+  QCOMPARE(pipeline.parameters().material_mode, 2);
 
   field<QComboBox>(dialog, "Illumination Recovery Method:")->setCurrentText("White Patch");
   field<QDoubleSpinBox>(dialog, "Min temperature:")->setValue(0.00012);
