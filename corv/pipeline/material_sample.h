@@ -18,7 +18,7 @@ namespace corv {
 
 // A pixel takes part when its shading is above this fraction of the 99th
 // percentile of the image's shading.
-constexpr float lit_fraction = 0.1f;
+constexpr float lit_fraction = 0.02f;
 // Its neighbourhood is (2 x radius + 1) pixels square.
 constexpr arma::uword neighbourhood_radius = 2;
 // A pixel lies inside a smooth region when its spectrum is within this angle
