@@ -10,36 +10,15 @@ namespace corv {
 
 namespace {
 
-// Sums over the (2 r + 1)^2 window centred on each element, the window cut at
-// the borders.
-arma::mat box_sums(const arma::mat& values, arma::uword r) {
-  const arma::mat down = arma::cumsum(values, 0);
-  arma::mat columns(arma::size(values));
-  const arma::uword rows = values.n_rows, cols = values.n_cols;
-  for (arma::uword i = 0; i < rows; ++i) {
-    const arma::uword last = std::min(rows - 1, i + r);
-    columns.row(i) = down.row(last);
-    if (i > r) {
-      columns.row(i) -= down.row(i - r - 1);
-    }
-  }
-  const arma::mat across = arma::cumsum(columns, 1);
-  arma::mat sums(arma::size(values));
-  for (arma::uword j = 0; j < cols; ++j) {
-    const arma::uword last = std::min(cols - 1, j + r);
-    sums.col(j) = across.col(last);
-    if (j > r) {
-      sums.col(j) -= across.col(j - r - 1);
-    }
-  }
-  return sums;
-}
-
 // One over the norm of every usable pixel's spectrum, 0 for the others.
-arma::mat usable_inverse_norms(const cube& s, const matrix& g) {
-  arma::mat squares(s.n_rows, s.n_cols, arma::fill::zeros);
+std::vector<float> usable_inverse_norms(const cube& s, const matrix& g) {
+  const arma::uword plane = s.n_rows * s.n_cols;
+  std::vector<double> squares(plane, 0.0);
   for (arma::uword b = 0; b < s.n_slices; ++b) {
-    squares += arma::square(arma::conv_to<arma::mat>::from(s.slice(b)));
+    const float* band = s.slice_memptr(b);
+    for (arma::uword p = 0; p < plane; ++p) {
+      squares[p] += static_cast<double>(band[p]) * band[p];
+    }
   }
   float lit = 0.0f;
   if (!g.empty()) {
@@ -56,41 +35,98 @@ arma::mat usable_inverse_norms(const cube& s, const matrix& g) {
       lit = lit_fraction * *at;
     }
   }
-  arma::mat inverse(arma::size(squares));
-  for (arma::uword p = 0; p < squares.n_elem; ++p) {
+  std::vector<float> inverse(plane);
+  for (arma::uword p = 0; p < plane; ++p) {
     const bool shaded = g.empty() || (std::isfinite(g(p)) && g(p) > lit);
-    inverse(p) =
-        shaded && std::isfinite(squares(p)) && squares(p) > 0.0 ? 1.0 / std::sqrt(squares(p)) : 0.0;
+    inverse[p] = shaded && std::isfinite(squares[p]) && squares[p] > 0.0
+                     ? static_cast<float>(1.0 / std::sqrt(squares[p]))
+                     : 0.0f;
   }
   return inverse;
+}
+
+// The window sums of one band's unit values, down the columns (which lie
+// contiguous in memory) and then across them; the window is cut at the borders.
+void box_sums(const std::vector<float>& unit, arma::uword rows, arma::uword cols,
+              std::vector<float>& down, std::vector<float>& sums) {
+  const long r = static_cast<long>(neighbourhood_radius);
+  const long n = static_cast<long>(rows);
+  for (arma::uword c = 0; c < cols; ++c) {
+    const float* in = &unit[c * rows];
+    float* out = &down[c * rows];
+    float window = 0.0f;
+    for (long i = 0; i < std::min(n, r); ++i) {
+      window += in[i];
+    }
+    for (long i = 0; i < n; ++i) {
+      if (i + r < n) {
+        window += in[i + r];
+      }
+      if (i - r - 1 >= 0) {
+        window -= in[i - r - 1];
+      }
+      out[i] = window;
+    }
+  }
+  for (arma::uword c = 0; c < cols; ++c) {
+    float* out = &sums[c * rows];
+    std::fill(out, out + rows, 0.0f);
+    const arma::uword first = c >= neighbourhood_radius ? c - neighbourhood_radius : 0;
+    const arma::uword last = std::min(cols - 1, c + neighbourhood_radius);
+    for (arma::uword j = first; j <= last; ++j) {
+      const float* in = &down[j * rows];
+      for (arma::uword i = 0; i < rows; ++i) {
+        out[i] += in[i];
+      }
+    }
+  }
 }
 
 }  // namespace
 
 matrix neighbourhood_coherence(const cube& s, const matrix& g) {
-  const arma::mat inverse = usable_inverse_norms(s, g);
+  const arma::uword rows = s.n_rows, cols = s.n_cols, plane = rows * cols;
+  const std::vector<float> inverse = usable_inverse_norms(s, g);
   const long bands = static_cast<long>(s.n_slices);
   const int threads = std::max(1, omp_get_max_threads());
-  // Per thread: sum over bands of u . window and of window^2.
-  std::vector<arma::mat> dots(threads, arma::mat(arma::size(inverse), arma::fill::zeros));
-  std::vector<arma::mat> squares(threads, arma::mat(arma::size(inverse), arma::fill::zeros));
-#pragma omp parallel for schedule(dynamic)
-  for (long b = 0; b < bands; ++b) {
+  // Per thread: sums over bands of u . window and of window^2.
+  std::vector<std::vector<float>> dots(threads), squares(threads);
+#pragma omp parallel
+  {
     const int thread = omp_get_thread_num();
-    const arma::mat unit =
-        arma::conv_to<arma::mat>::from(s.slice(static_cast<arma::uword>(b))) % inverse;
-    const arma::mat window = box_sums(unit, neighbourhood_radius);
-    dots[thread] += unit % window;
-    squares[thread] += arma::square(window);
+    std::vector<float>& dot = dots[thread];
+    std::vector<float>& square = squares[thread];
+    std::vector<float> unit(plane), down(plane), window(plane);
+    // A static schedule gives every thread the same bands on every run, so
+    // that the sums, and the pixels chosen, repeat exactly.
+#pragma omp for schedule(static)
+    for (long b = 0; b < bands; ++b) {
+      if (dot.empty()) {
+        dot.assign(plane, 0.0f);
+        square.assign(plane, 0.0f);
+      }
+      const float* band = s.slice_memptr(static_cast<arma::uword>(b));
+      for (arma::uword p = 0; p < plane; ++p) {
+        unit[p] = band[p] * inverse[p];
+      }
+      box_sums(unit, rows, cols, down, window);
+      for (arma::uword p = 0; p < plane; ++p) {
+        dot[p] += unit[p] * window[p];
+        square[p] += window[p] * window[p];
+      }
+    }
   }
-  for (int t = 1; t < threads; ++t) {
-    dots[0] += dots[t];
-    squares[0] += squares[t];
-  }
-  matrix coherence(arma::size(inverse), arma::fill::zeros);
-  for (arma::uword p = 0; p < coherence.n_elem; ++p) {
-    if (inverse(p) > 0.0 && squares[0](p) > 0.0) {
-      coherence(p) = static_cast<float>(std::min(1.0, dots[0](p) / std::sqrt(squares[0](p))));
+  matrix coherence(rows, cols, arma::fill::zeros);
+  for (arma::uword p = 0; p < plane; ++p) {
+    double dot = 0.0, square = 0.0;
+    for (int t = 0; t < threads; ++t) {
+      if (!dots[t].empty()) {
+        dot += dots[t][p];
+        square += squares[t][p];
+      }
+    }
+    if (inverse[p] > 0.0f && square > 0.0) {
+      coherence(p) = static_cast<float>(std::min(1.0, dot / std::sqrt(square)));
     }
   }
   return coherence;
