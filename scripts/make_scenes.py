@@ -300,18 +300,34 @@ def write_scene(out, name, counts, truth):
     with open(os.path.join(out, name + ".hdr"), "w", newline="\n") as f:
         f.write(make_sample.envi_header(cols, rows, WAVELENGTHS))
     np.moveaxis(counts, -1, 0).astype("<u2").tofile(os.path.join(out, name + ".fla"))
-    np.savez_compressed(os.path.join(out, name + "_truth.npz"), wavelengths=WAVELENGTHS, **truth)
+    np.savez_compressed(os.path.join(out, name + "_truth.npz"), **truth)
 
 
-def scenes(library, rows, cols):
-    """(name, g, k, labels, material names, materials bands x m) of every layout."""
-    chart = [CHART_FRAME] + chart_sources(library)
-    for name, (g, k, labels), sources in (
-            ("objects4", objects4_layout(rows, cols), [OBJECTS4["floor"]] + OBJECTS4["objects"]),
-            ("objects8", objects8_layout(rows, cols), [OBJECTS8["floor"]] + OBJECTS8["objects"]),
-            ("chart24", chart_layout(rows, cols), chart)):
-        found = [library.spectrum(s) for s in sources]
-        yield name, g, k, labels, [f[0] for f in found], np.array([f[1] for f in found]).T
+LAYOUTS = ("objects4", "objects8", "chart24")
+
+
+def layout(library, name, rows, cols):
+    """(g, k, labels, material names, materials bands x m) of a layout."""
+    if name == "objects4":
+        parts, sources = objects4_layout(rows, cols), [OBJECTS4["floor"]] + OBJECTS4["objects"]
+    elif name == "objects8":
+        parts, sources = objects8_layout(rows, cols), [OBJECTS8["floor"]] + OBJECTS8["objects"]
+    elif name == "chart24":
+        parts, sources = chart_layout(rows, cols), [CHART_FRAME] + chart_sources(library)
+    else:
+        raise ValueError(f"unknown layout {name!r}")
+    found = [library.spectrum(s) for s in sources]
+    return (*parts, [f[0] for f in found], np.array([f[1] for f in found]).T)
+
+
+def scene(library, name, light, rows=240, cols=320):
+    """The counts (rows x columns x bands) of a layout under one of ILLUMINANTS, and its truth
+    (the arrays of ``<name>_truth.npz``)."""
+    g, k, labels, names, materials = layout(library, name, rows, cols)
+    seed = 1000 * LAYOUTS.index(name) + len(light)
+    counts, exposed = render(g, k, labels, materials, ILLUMINANTS[light], seed)
+    return counts, dict(wavelengths=WAVELENGTHS, illuminant=exposed, materials=materials,
+                        names=np.array(names), labels=labels, g=g, k=k)
 
 
 def main(argv=None):
@@ -323,18 +339,16 @@ def main(argv=None):
     rows, cols = (int(v) for v in args.size.lower().split("x"))
     os.makedirs(args.out, exist_ok=True)
     library = libraries(args.data)
-    for seed, (layout, g, k, labels, names, materials) in enumerate(scenes(library, rows, cols)):
+    for name in LAYOUTS:
+        g, k, labels, names, materials = layout(library, name, rows, cols)
         closest = min(angle(materials[:, i], materials[:, j])
                       for i in range(len(names)) for j in range(i))
-        print(f"{layout}: {len(names)} materials, closest pair {closest:.1f} degrees apart, "
+        print(f"{name}: {len(names)} materials, closest pair {closest:.1f} degrees apart, "
               f"highlights (k > 0.02) on {100.0 * np.mean(k > 0.02):.1f} % of the pixels")
-        for light, L in ILLUMINANTS.items():
-            counts, exposed = render(g, k, labels, materials, L, seed=1000 * seed + len(light))
-            name = f"{layout}_{light}"
-            write_scene(args.out, name, counts, dict(illuminant=exposed, materials=materials,
-                                                     names=np.array(names), labels=labels, g=g,
-                                                     k=k))
-            print(f"  {name}: counts {int(counts.min())}..{int(counts.max())}")
+        for light in ILLUMINANTS:
+            counts, truth = scene(library, name, light, rows, cols)
+            write_scene(args.out, f"{name}_{light}", counts, truth)
+            print(f"  {name}_{light}: counts {int(counts.min())}..{int(counts.max())}")
     return 0
 
 
