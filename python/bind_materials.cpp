@@ -76,12 +76,13 @@ const binder materials_part(46, [](py::module_& m) {
       py::arg("max_clusters") = 20, py::arg("subsample") = 3, py::arg("materials_per_pixel") = 5,
       py::arg("max_temperature") = 0.02f, py::arg("min_temperature") = 0.00025f,
       py::arg("cooling_rate") = 0.8f, py::arg("split_threshold") = -1.0f,
-      py::arg("mode") = static_cast<int>(MATERIALS_SHRUNK), py::arg("verbosity") = 0,
+      py::arg("mode") = static_cast<int>(MATERIALS_SAMPLED), py::arg("verbosity") = 0,
       "Discovers the materials of the reflectance cube s (rows, columns, bands) by "
       "deterministic annealing and mixes every pixel from its materials_per_pixel strongest. "
       "g: the shading (rows, columns) or None; unlit pixels (g <= 0) are not clustered. mode: 0 "
-      "every pixel, 1 the image shrunk 2^subsample times, 2 a quarter of the shrunk image's "
-      "pixels. Returns a material_result.");
+      "every pixel, 1 the image shrunk 2^subsample times, 2 (the default) from every block of "
+      "2^subsample x 2^subsample pixels the lit one deepest inside a smooth region. Returns a "
+      "material_result.");
 
   m.def(
       "deterministic_annealing",

@@ -400,6 +400,9 @@ int run(const arguments& args) {
     write_outputs(r, image, reflectance);
   }
   // Once the progress line is gone from the terminal.
+  if (r.materials) {
+    std::cout << "materials found: " << image.material_elements().n_cols << "\n";
+  }
   if (r.analysis) {
     const vector& strengths = image.principal_strengths();
     std::cout << "component  singular value\n";

@@ -125,7 +125,7 @@ pass_totals associate_all(const matrix& spectra, const twin_centres& state, floa
     log_priors(j) = state.priors(j) > 0.0 ? static_cast<float>(std::log(state.priors(j)))
                                           : -std::numeric_limits<float>::infinity();
   }
-  const float inverse_t = 1.0f / temperature;
+  const float inverse_t = distance_scale / temperature;
 
   std::vector<arma::mat> chunk_sums(chunks, arma::mat(bands, centres, arma::fill::zeros));
   std::vector<arma::vec> chunk_mass(chunks, arma::vec(centres, arma::fill::zeros));
@@ -271,8 +271,12 @@ void split_clusters(twin_centres& state, const annealing_schedule& schedule, int
 
 // One centre per cluster: the twin carrying more of the cluster's prior. A
 // cluster associated with less than half a spectrum in all is no material of
-// these data and is left out (the heaviest cluster always stays).
-matrix cluster_centres(const twin_centres& state, arma::uword pixels) {
+// these data and is left out (the heaviest cluster always stays). Clusters
+// that split at a higher temperature can drift back together as it falls;
+// centres closer than the split angle are one material by the split test's
+// own measure, and are merged, the closest pair first, into their
+// mass-weighted mean direction.
+matrix cluster_centres(const twin_centres& state, arma::uword pixels, double split_threshold) {
   arma::uword heaviest = 0;
   for (arma::uword k = 0; k < state.clusters(); ++k) {
     if (state.priors(2 * k) + state.priors(2 * k + 1) >
@@ -280,18 +284,40 @@ matrix cluster_centres(const twin_centres& state, arma::uword pixels) {
       heaviest = k;
     }
   }
-  std::vector<arma::uword> kept;
+  std::vector<arma::vec> centres;
+  std::vector<double> masses;
   for (arma::uword k = 0; k < state.clusters(); ++k) {
     const double mass = (state.priors(2 * k) + state.priors(2 * k + 1)) * pixels;
     if (k == heaviest || mass >= 0.5) {
-      kept.push_back(k);
+      const arma::uword twin = state.priors(2 * k + 1) > state.priors(2 * k) ? 2 * k + 1 : 2 * k;
+      centres.push_back(unit(state.centres.col(twin)));
+      masses.push_back(mass);
     }
   }
-  matrix result(state.centres.n_rows, kept.size());
-  for (arma::uword i = 0; i < kept.size(); ++i) {
-    const arma::uword k = kept[i];
-    const arma::uword twin = state.priors(2 * k + 1) > state.priors(2 * k) ? 2 * k + 1 : 2 * k;
-    result.col(i) = arma::conv_to<vector>::from(state.centres.col(twin));
+  while (centres.size() > 1) {
+    double closest = -2.0;
+    std::size_t a = 0, b = 0;
+    for (std::size_t i = 0; i < centres.size(); ++i) {
+      for (std::size_t j = i + 1; j < centres.size(); ++j) {
+        const double cosine = arma::dot(centres[i], centres[j]);
+        if (cosine > closest) {
+          closest = cosine;
+          a = i;
+          b = j;
+        }
+      }
+    }
+    if (!(closest >= split_threshold)) {
+      break;
+    }
+    centres[a] = unit(masses[a] * centres[a] + masses[b] * centres[b]);
+    masses[a] += masses[b];
+    centres.erase(centres.begin() + static_cast<long>(b));
+    masses.erase(masses.begin() + static_cast<long>(b));
+  }
+  matrix result(state.centres.n_rows, centres.size());
+  for (std::size_t i = 0; i < centres.size(); ++i) {
+    result.col(i) = arma::conv_to<vector>::from(centres[i]);
   }
   return result;
 }
@@ -344,7 +370,7 @@ int cooling_steps(const annealing_schedule& schedule) {
 
 float spectral_distance(const vector& a, const vector& b) {
   const float lengths = arma::norm(a) * arma::norm(b);
-  return lengths > 0.0f ? 1.0f - arma::dot(a, b) / lengths : 0.0f;
+  return lengths > 0.0f ? distance_scale * (1.0f - arma::dot(a, b) / lengths) : 0.0f;
 }
 
 void associate(const float* distances, const float* priors, arma::uword centres, float temperature,
@@ -466,7 +492,7 @@ matrix anneal_unit_spectra(const matrix& unit_spectra, const annealing_schedule&
     temperature = next;
   }
 
-  const matrix centres = cluster_centres(state, unit_spectra.n_rows);
+  const matrix centres = cluster_centres(state, unit_spectra.n_rows, schedule.split_threshold);
   if (verbosity > 1) {
     log << "Material Recovery: End deterministic annealing"
         << "EOL";

@@ -1,8 +1,8 @@
 // The iterative dichromatic fit: decompose every patch against the current
 // illuminant, then refit the illuminant by least squares to all patches' pixels
 // given each pixel's specular and diffuse shares, until it settles. Every patch
-// spans a plane that holds the true illuminant, and each refit moves the
-// estimate towards the planes' common direction.
+// with a highlight spans a plane that holds the true illuminant, and each refit
+// moves the estimate towards the planes' common direction.
 #include <atomic>
 #include <cmath>
 #include <limits>
@@ -21,40 +21,40 @@ constexpr double settled_angle = 0.01;   // degrees
 constexpr double settled_energy = 0.01;  // relative change
 constexpr double pi = 3.1415927;
 
-// One patch's part in an iteration: its dichromatic energy and its terms of the
-// illuminant's normal equations, sum k (x - m D) and sum k^2.
-struct patch_terms {
-  double energy = 0.0;
+// Inner rounds of the refit in one iteration, at most.
+constexpr int max_refit_rounds = 20;
+
+// The normal equations of the refit, w sum k (x - m D) and w sum k^2, summed
+// over patches with weight w.
+struct refit_terms {
   arma::vec numerator;
   double denominator = 0.0;
 };
 
-patch_terms patch_step(const patch_plane& plane, const vector& illuminant, float smoothness,
-                       int verbosity) {
-  const patch_decomposition split = decompose_patch(plane, illuminant, smoothness, verbosity);
-  // The refit takes each pixel's shares as they stand in the plane, signs
-  // included: a share clamped to zero would leave a residual that drags the
-  // illuminant towards the body colour of the pixels it was cut from, whereas
-  // the signed shares move it straight towards the plane.
-  const arma::vec L = arma::conv_to<arma::vec>::from(illuminant);
-  const arma::vec diffuse = arma::conv_to<arma::vec>::from(split.diffuse_spectrum);
+// One patch's part in the refit: every pixel's shares of the illuminant and of
+// the patch's diffuse spectrum, by least squares in the patch's plane, signs
+// included, then the patch's terms of the normal equations. The decomposition's
+// clamped shares would leave residuals that drag the refit towards the body
+// colours of the pixels they were cut from, whereas the signed shares move it
+// straight towards the plane. The weight is how clearly the patch spans a
+// plane: a patch of one colour without a highlight has only noise for a second
+// direction, and many such patches (a bright matte floor) would otherwise
+// outvote the few with highlights.
+void add_refit_terms(const patch_plane& plane, const arma::vec& L, const arma::vec& diffuse,
+                     refit_terms& terms) {
   arma::mat directions(plane.basis.n_cols, 2);
   directions.col(0) = plane.basis.t() * L;
   directions.col(1) = plane.basis.t() * diffuse;
-  patch_terms terms;
-  terms.numerator.zeros(L.n_elem);
   arma::mat shares;
   if (directions.n_rows != 2 || !(std::abs(arma::det(directions)) > 1e-12 * arma::norm(L)) ||
       !arma::solve(shares, directions, plane.coordinates, arma::solve_opts::no_approx)) {
     // The illuminant and the body colour coincide in this plane: the patch
     // cannot tell them apart and has no say in the refit.
-    return terms;
+    return;
   }
   const arma::vec k = shares.row(0).t(), m = shares.row(1).t();
-  terms.energy = arma::accu(arma::square(plane.spectra - L * k.t() - diffuse * m.t()));
-  terms.numerator = plane.spectra * k - diffuse * arma::dot(m, k);
-  terms.denominator = arma::dot(k, k);
-  return terms;
+  terms.numerator += plane.strength * (plane.spectra * k - diffuse * arma::dot(m, k));
+  terms.denominator += plane.strength * arma::dot(k, k);
 }
 
 double angle_degrees(const arma::vec& a, const arma::vec& b) {
@@ -133,38 +133,64 @@ vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothne
           << "EOL";
     }
 
+    // First pass: every patch decomposed against the current illuminant; the
+    // decompositions' errors are the iteration's energy.
     const vector illuminant = arma::conv_to<vector>::from(current);
-    std::vector<patch_terms> terms(count);
+    std::vector<patch_plane> fresh(second_switch ? 0 : count);
+    std::vector<arma::vec> diffuse(count);
+    std::vector<double> energies(count, 0.0);
 #pragma omp parallel for schedule(dynamic)
     for (long i = 0; i < count; ++i) {
       if (aborted || log.abort_requested()) {
         aborted = true;
         continue;
       }
-      terms[i] = second_switch ? patch_step(planes[i], illuminant, smoothness, verbosity)
-                               : patch_step(find_patch_plane(chosen.cubes[i]), illuminant,
-                                            smoothness, verbosity);
+      if (!second_switch) {
+        fresh[i] = find_patch_plane(chosen.cubes[i]);
+      }
+      const patch_decomposition split =
+          decompose_patch(second_switch ? planes[i] : fresh[i], illuminant, smoothness, verbosity);
+      energies[i] = split.dichromatic_error + split.smooth_error;
+      diffuse[i] = arma::conv_to<arma::vec>::from(split.diffuse_spectrum);
     }
     if (aborted) {
       log.check_abort();
     }
-
+    const std::vector<patch_plane>& used = second_switch ? planes : fresh;
     // Summed in patch order, so that the result does not depend on the threads.
-    double energy = 0.0, denominator = 0.0;
-    arma::vec numerator(bands, arma::fill::zeros);
-    for (const patch_terms& part : terms) {
-      energy += part.energy;
-      numerator += part.numerator;
-      denominator += part.denominator;
+    double energy = 0.0;
+    for (const double part : energies) {
+      energy += part;
     }
     energy /= pixels;
     if (energy < lowest_energy) {
       lowest_energy = energy;
       lowest_illuminant = current;
     }
-    // Without a specular share anywhere the pixels say nothing more about the
-    // illuminant: it stays as it is, which ends the iterations.
-    next = denominator > 0.0 ? arma::vec(numerator / denominator) : current;
+
+    // Second and third passes: the shares and the refit, repeated with the
+    // patches' diffuse spectra held until the refit settles, so that one
+    // iteration goes as far as these spectra allow (a single round moves the
+    // estimate only a little when it starts far from the light).
+    arma::vec guess = current;
+    next = current;
+    for (int round = 0; round < max_refit_rounds; ++round) {
+      refit_terms terms{arma::vec(bands, arma::fill::zeros), 0.0};
+      for (long i = 0; i < count; ++i) {
+        add_refit_terms(used[i], guess, diffuse[i], terms);
+      }
+      // Without a specular share anywhere the pixels say nothing more about
+      // the illuminant: it stays as it is, which ends the iterations.
+      if (!(terms.denominator > 0.0)) {
+        break;
+      }
+      next = terms.numerator / terms.denominator;
+      const double peak = next.max();
+      if (angle_degrees(guess, next) < settled_angle || peak == 0.0) {
+        break;
+      }
+      guess = next / peak * level;
+    }
 
     const bool settled = angle_degrees(current, next) < settled_angle ||
                          (std::isfinite(previous_energy) &&

@@ -1,18 +1,19 @@
 // Material discovery: validates the settings, picks the spectra to cluster
-// (every pixel, the shrunk image, or a sample of it), anneals them into
-// material elements and mixes every pixel of the full image from them.
+// (every pixel, the shrunk image, or one pixel from the inside of a smooth
+// region in every block), anneals them into material elements and mixes every
+// pixel of the full image from them.
 #include "corv/pipeline/materials.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <random>
 #include <string>
 #include <utility>
 
 #include "corv/io/logger.h"
 #include "corv/pipeline/cube_resize.h"
 #include "corv/pipeline/deterministic_annealing.h"
+#include "corv/pipeline/material_sample.h"
 
 namespace corv {
 
@@ -27,21 +28,6 @@ struct clustering_data {
   cube shading;
   arma::uword height = 0, width = 0;
 };
-
-// Mode 2 keeps a quarter of the shrunk image's usable spectra, drawn with a
-// fixed seed so that a run can be repeated; memory order is kept.
-arma::uvec sampled(const arma::uvec& rows) {
-  const arma::uword count = (rows.n_elem + 3) / 4;
-  std::vector<arma::uword> pool(rows.begin(), rows.end());
-  std::mt19937_64 generator(20261121u);
-  for (arma::uword i = 0; i < count; ++i) {
-    const arma::uword j = i + static_cast<arma::uword>(generator() % (pool.size() - i));
-    std::swap(pool[i], pool[j]);
-  }
-  pool.resize(count);
-  std::sort(pool.begin(), pool.end());
-  return arma::uvec(pool);
-}
 
 void check_settings(material_parameters& settings, int mode, annealing_schedule& schedule) {
   if (settings.subsample > 4 || settings.subsample < 0) {
@@ -77,6 +63,10 @@ void check_settings(material_parameters& settings, int mode, annealing_schedule&
 
 material_result recover_materials(const cube& s, const matrix& g, material_parameters settings,
                                   int mode, int verbosity) {
+  // The stage number is the viewer's progress display's, also when the
+  // routine is called on its own rather than by the pipeline.
+  logger::instance().set_stage(stage_materials);
+  logger::instance().set_progress(0);
   annealing_schedule schedule;
   check_settings(settings, mode, schedule);
   if (s.n_rows == 0 || s.n_cols == 0 || s.n_slices == 0) {
@@ -88,13 +78,13 @@ material_result recover_materials(const cube& s, const matrix& g, material_param
                   std::to_string(s.n_rows) + " x " + std::to_string(s.n_cols) + ".");
   }
 
-  // The image to cluster: s itself in mode 0, else s shrunk 2^q times in each
-  // dimension (an image smaller than 2^q pixels shrinks to one).
+  // The image to cluster: s itself in modes 0 and 2, else s shrunk 2^q times in
+  // each dimension (an image smaller than 2^q pixels shrinks to one).
   clustering_data data;
   data.height = s.n_rows;
   data.width = s.n_cols;
-  if (mode != MATERIALS_FULL) {
-    const arma::uword factor = arma::uword{1} << settings.subsample;
+  const arma::uword factor = arma::uword{1} << settings.subsample;
+  if (mode == MATERIALS_SHRUNK) {
     data.height = std::max<arma::uword>(1, s.n_rows / factor);
     data.width = std::max<arma::uword>(1, s.n_cols / factor);
     data.image = s;
@@ -105,22 +95,25 @@ material_result recover_materials(const cube& s, const matrix& g, material_param
                   bilinear);
     }
   }
-  const cube& source = mode == MATERIALS_FULL ? s : data.image;
+  const cube& source = mode == MATERIALS_SHRUNK ? data.image : s;
   const matrix pixels(const_cast<float*>(source.memptr()), data.height * data.width,
                       source.n_slices, false, true);
   vector shading;
   if (!g.empty()) {
-    const float* values = mode == MATERIALS_FULL ? g.memptr() : data.shading.memptr();
+    const float* values = mode == MATERIALS_SHRUNK ? data.shading.memptr() : g.memptr();
     shading = vector(const_cast<float*>(values), data.height * data.width, false, true);
   }
-  arma::uvec rows = usable_rows(pixels, shading);
-  if (mode == MATERIALS_SAMPLED) {
-    rows = sampled(rows);
-  }
+  const arma::uvec rows =
+      mode == MATERIALS_SAMPLED ? interior_sample(s, g, factor) : usable_rows(pixels, shading);
   if (rows.empty()) {
     log_and_throw(
         "Recover Materials: No lit pixel has a spectrum to cluster (every one is zero or not "
         "finite).");
+  }
+  if (mode == MATERIALS_SAMPLED) {
+    // The sample is a grid of blocks, one pixel each: the log gives its size.
+    data.height = (s.n_rows + factor - 1) / factor;
+    data.width = (s.n_cols + factor - 1) / factor;
   }
   const matrix centres =
       anneal_unit_spectra(unit_rows(pixels, rows), schedule, data.height, data.width, verbosity);

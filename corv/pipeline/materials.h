@@ -9,7 +9,7 @@ namespace corv {
 // replaced as recover_materials documents.
 struct material_parameters {
   int max_clusters = 20;
-  int subsample = 3;  // q: clustering runs on an image 2^q times smaller (modes 1, 2)
+  int subsample = 3;  // q: clustering runs on 1 pixel in 2^q x 2^q (modes 1, 2)
   int materials_per_pixel = 5;
   float max_temperature = 0.02f;
   float min_temperature = 0.00025f;
@@ -17,8 +17,9 @@ struct material_parameters {
   float split_threshold = -1.0f;  // below 0 means cos 5 degrees
 };
 
-// Where the clustering runs: every pixel, the image shrunk by 2^q, or a further
-// subsampled variant of the shrunk image.
+// Where the clustering runs: every pixel; the image shrunk by 2^q; or, from
+// every block of 2^q x 2^q pixels, the lit pixel deepest inside a smooth region
+// of one material (material_sample.h), the default.
 enum MATERIAL_MODE : int {
   MATERIALS_FULL = 0,
   MATERIALS_SHRUNK = 1,

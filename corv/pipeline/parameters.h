@@ -29,7 +29,7 @@ struct parameters {
   float min_temperature = 0.00025f;
   float cooling_rate = 0.8f;
   float split_threshold = -1.0f;  // -1 means cos 5 degrees
-  int material_mode = 1;          // 0 every pixel, 1 shrunk by 2^subsample, 2 sampled
+  int material_mode = 2;          // 0 every pixel, 1 shrunk by 2^subsample, 2 interior sample
   int filter_size = 5;
   int principal_components = 10;
   int pca_source = 0;

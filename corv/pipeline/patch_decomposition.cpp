@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "corv/io/logger.h"
 
@@ -35,9 +37,8 @@ double neighbour_products(const arma::vec& a, const arma::vec& b, arma::uword ro
   return sum;
 }
 
-}  // namespace
-
-arma::mat dichromatic_basis(const arma::mat& spectra) {
+// The plane's basis (the strongest two directions first) and its strength.
+std::pair<arma::mat, double> strongest_directions(const arma::mat& spectra) {
   // The left singular vectors of the spectra are the eigenvectors of their
   // bands x bands Gram matrix: a far smaller problem than the pixels' own.
   const arma::mat gram = spectra * spectra.t();
@@ -46,9 +47,24 @@ arma::mat dichromatic_basis(const arma::mat& spectra) {
   if (!arma::eig_sym(values, vectors, gram, "dc") && !arma::eig_sym(values, vectors, gram, "std")) {
     log_and_throw("Patch Decompose: The decomposition of the patch failed.");
   }
-  const arma::uword kept = std::min<arma::uword>(2, vectors.n_cols);
-  // Eigenvalues come in ascending order: the strongest direction first.
-  return arma::fliplr(vectors.tail_cols(kept));
+  const arma::uword n = values.n_elem;
+  const arma::uword kept = std::min<arma::uword>(2, n);
+  // Eigenvalues come in ascending order.
+  double strength = n == 2 && values(0) > 0.0 ? 1.0 : 0.0;
+  if (n > 2 && values(n - 2) > 0.0) {
+    strength = std::max(0.0, 1.0 - values(n - 3) / values(n - 2));
+  }
+  return {arma::fliplr(vectors.tail_cols(kept)), strength};
+}
+
+}  // namespace
+
+arma::mat dichromatic_basis(const arma::mat& spectra) {
+  return strongest_directions(spectra).first;
+}
+
+double plane_strength(const arma::mat& spectra) {
+  return strongest_directions(spectra).second;
 }
 
 patch_plane find_patch_plane(const cube& patch) {
@@ -61,7 +77,7 @@ patch_plane find_patch_plane(const cube& patch) {
     by_pixel.col(b) = arma::conv_to<arma::vec>::from(arma::vectorise(patch.slice(b)));
   }
   plane.spectra = by_pixel.t();
-  plane.basis = dichromatic_basis(plane.spectra);
+  std::tie(plane.basis, plane.strength) = strongest_directions(plane.spectra);
   plane.coordinates = plane.basis.t() * plane.spectra;
   return plane;
 }
@@ -136,9 +152,11 @@ patch_decomposition decompose_patch(const patch_plane& plane, const vector& illu
   }
   arma::vec diffuse_spectrum = basis * d;
   if (diffuse_spectrum(0) < 0.0) {
-    // A body colour is positive: turn the direction round, and its shares with it.
+    // A body colour starts positive: the direction is turned round, and the
+    // specular shares with it. Such a patch comes out with negative specular
+    // shares, hence invalid and with its specular image clamped away.
     diffuse_spectrum = -diffuse_spectrum;
-    m = -m;
+    k = -k;
   }
 
   patch_decomposition result;

@@ -29,11 +29,19 @@ struct patch_plane {
   arma::mat spectra;      // bands x (rows * cols), pixel (r, c) in column r + c * rows
   arma::mat basis;        // bands x 2, orthonormal, the strongest two directions
   arma::mat coordinates;  // 2 x (rows * cols), basis' * spectra
+  double strength = 0.0;  // plane_strength of the spectra
 };
 
 // Orthonormal basis of the plane that best holds the columns of `spectra` (the
 // two leading left singular vectors); fewer columns when there are fewer bands.
 arma::mat dichromatic_basis(const arma::mat& spectra);
+
+// How clearly the columns of `spectra` span a plane rather than a line: 1 minus
+// the ratio of the third to the second eigenvalue of their Gram matrix (0 when
+// the second direction is no stronger than the third, that is, noise; 1 for an
+// exact plane). A patch of one colour without a highlight has no plane to
+// speak of, whatever its two strongest directions happen to be.
+double plane_strength(const arma::mat& spectra);
 
 patch_plane find_patch_plane(const cube& patch);
 

@@ -41,11 +41,12 @@ void pipeline::process_recover_illuminant(bool start_afresh) {
   if (start_afresh) {
     reset_components(false);
   }
+  // Whatever happens from here, no illuminant of an earlier run survives.
+  illuminant_.reset();
   const log_prefix_scope prefix(*this, "process_recover_illuminant: ");
   if (try_get(&pipeline::I).empty()) {
     throw std::runtime_error("pipeline: I is empty in process_recover_illuminant()");
   }
-  illuminant_.reset();
   logger::instance().set_stage(stage_illuminant);
   logger::instance().set_progress(0);
   illuminant_parameters settings;
@@ -65,13 +66,14 @@ void pipeline::process_recover_illuminant(bool start_afresh) {
 
 void pipeline::process_recover_dichromatic_parameters() {
   const log_prefix_scope prefix(*this, "process_recover_dichromatic_parameters: ");
-  if (try_get(&pipeline::I).empty() || try_get(&pipeline::illuminant).empty()) {
-    throw std::runtime_error(
-        "pipeline: I or illuminant is empty in process_recover_dichromatic_parameters()");
-  }
+  const bool ready = !try_get(&pipeline::I).empty() && !try_get(&pipeline::illuminant).empty();
   s_.reset();
   k_.reset();
   g_.reset();
+  if (!ready) {
+    throw std::runtime_error(
+        "pipeline: I or illuminant is empty in process_recover_dichromatic_parameters()");
+  }
   logger::instance().set_stage(stage_reflectance);
   logger::instance().set_progress(0);
   dichromatic_parameters settings;
@@ -90,6 +92,10 @@ void pipeline::process_recover_dichromatic_parameters() {
 }
 
 void pipeline::process_recover_materials() {
+  material_elements_.reset();
+  material_element_abundances_.reset();
+  material_element_abundance_indexes_.reset();
+  material_map_.reset();
   if (parameters_.material_subsample > 4) {
     throw std::runtime_error(
         "pipeline: material_subsample out of range in process_recover_materials()");
@@ -98,10 +104,6 @@ void pipeline::process_recover_materials() {
   if (try_get(&pipeline::s).empty()) {
     throw std::runtime_error("pipeline: S is empty in process_recover_materials()");
   }
-  material_elements_.reset();
-  material_element_abundances_.reset();
-  material_element_abundance_indexes_.reset();
-  material_map_.reset();
   logger::instance().set_stage(stage_materials);
   logger::instance().set_progress(0);
   material_parameters settings;
@@ -121,6 +123,8 @@ void pipeline::process_recover_materials() {
 }
 
 void pipeline::process_recover_endmembers() {
+  endmember_abundances_.reset();
+  endmember_abundance_indexes_.reset();
   if (!library_ || library_->empty()) {
     log_and_throw(
         "process_recover_endmembers: The Spectral Library contains no Endmembers. Load an SLZ "
@@ -130,8 +134,6 @@ void pipeline::process_recover_endmembers() {
   if (try_get(&pipeline::s).empty()) {
     throw std::runtime_error("pipeline: S is empty in process_recover_endmembers()");
   }
-  endmember_abundances_.reset();
-  endmember_abundance_indexes_.reset();
   logger::instance().set_stage(stage_classification);
   logger::instance().set_progress(0);
   cube fractions, numbers;

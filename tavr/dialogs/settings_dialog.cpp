@@ -22,8 +22,12 @@ namespace tavr {
 namespace {
 
 // One upper bound for the minimum temperature, cooling rate and split threshold:
-// each is a fraction.
-constexpr double fraction_maximum = 1.0;
+// each is a fraction, the cooling rate must stay below 1 for the annealing to
+// end, and the split threshold's default, cos 5 degrees (0.996195), must fit.
+constexpr double fraction_maximum = 0.999;
+// The smallest temperatures the fields can show: the annealing refuses 0.
+constexpr double smallest_max_temperature = 0.0001;
+constexpr double smallest_min_temperature = 0.00001;
 
 QSpinBox* integer_field(int minimum, int maximum, const QString& tip = QString()) {
   auto* field = new QSpinBox;
@@ -148,12 +152,13 @@ QWidget* settings_dialog::build_corvantis_tab() {
   discovery_form->addRow(faster_materials_);
   max_clusters_ = integer_field(0, 99, QStringLiteral("Max clusters"));
   add_row(discovery_form, QStringLiteral("Max num of clusters:"), max_clusters_);
-  max_temperature_ = decimal_field(0.0, 1.0, 4, 0.001, QStringLiteral("Max temperature"));
+  max_temperature_ =
+      decimal_field(smallest_max_temperature, 1.0, 4, 0.001, QStringLiteral("Max temperature"));
   add_row(discovery_form, QStringLiteral("Max temperature:"), max_temperature_);
-  min_temperature_ =
-      decimal_field(0.0, fraction_maximum, 5, 0.00001, QStringLiteral("Min temperature"));
+  min_temperature_ = decimal_field(smallest_min_temperature, fraction_maximum, 5, 0.00001,
+                                   QStringLiteral("Min temperature"));
   add_row(discovery_form, QStringLiteral("Min temperature:"), min_temperature_);
-  cooling_rate_ = decimal_field(0.0, fraction_maximum, 2, 0.1, QStringLiteral("Cooling rate"));
+  cooling_rate_ = decimal_field(0.0, fraction_maximum, 3, 0.1, QStringLiteral("Cooling rate"));
   add_row(discovery_form, QStringLiteral("Cooling rate:"), cooling_rate_);
   split_threshold_ =
       decimal_field(0.0, fraction_maximum, 6, 0.01, QStringLiteral("Split threshold"));

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
@@ -48,6 +49,26 @@ float finite_maximum(const float* begin, const float* end) {
     }
   }
   return maximum;
+}
+
+// The level shown as white in a single-component view: the 99.5th percentile
+// of the finite values, so that a few extreme pixels (a division by a shading
+// near zero, a clipped highlight) do not turn everything else black.
+float robust_maximum(const float* begin, const float* end) {
+  std::vector<float> values;
+  values.reserve(static_cast<std::size_t>(end - begin));
+  for (const float* value = begin; value != end; ++value) {
+    if (std::isfinite(*value)) {
+      values.push_back(*value);
+    }
+  }
+  if (values.empty()) {
+    return 0.0f;
+  }
+  const auto at =
+      values.begin() + static_cast<long>(0.995 * static_cast<double>(values.size() - 1));
+  std::nth_element(values.begin(), at, values.end());
+  return *at;
 }
 
 // A component of the pipeline, or null when it has none.
@@ -145,11 +166,13 @@ QImage colour_renderer::render(corv::pipeline& image, component_view view, int b
         return render_colour(image);
       }
       return band_image(image.I(), band, normalisation);
-    case component_view::reflectance:
+    case component_view::reflectance: {
+      const corv::cube shown = displayed_reflectance(image.s());
       if (band < 0) {
-        return to_image(render_channels(image.s(), image.wavelengths(), corv::vector()));
+        return to_image(render_channels(shown, image.wavelengths(), corv::vector()));
       }
-      return band_image(image.s(), band, normalisation);
+      return band_image(shown, band, normalisation);
+    }
     case component_view::specularity:
       return grey_image(image.k());
     case component_view::shading:
@@ -179,7 +202,13 @@ QImage colour_renderer::band_image(const corv::cube& data, int band,
 }
 
 QImage colour_renderer::grey_image(const corv::matrix& values) {
-  return grey_picture(values, finite_maximum(values.memptr(), values.memptr() + values.n_elem));
+  return grey_picture(values, robust_maximum(values.memptr(), values.memptr() + values.n_elem));
+}
+
+corv::cube colour_renderer::displayed_reflectance(const corv::cube& s) {
+  corv::cube shown = s;
+  shown.transform([](float value) { return value > 0.0f ? std::min(value, 1.0f) : 0.0f; });
+  return shown;
 }
 
 QImage colour_renderer::material_map_image(const corv::matrix& map, const corv::matrix& colours) {

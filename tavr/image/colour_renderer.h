@@ -79,8 +79,15 @@ class colour_renderer {
   // One band in grey: 255 x value / the cube's or the band's maximum,
   // negative values and NaN black; all black when that maximum is not positive.
   static QImage band_image(const corv::cube& data, int band, band_normalisation normalisation);
-  // A one-layer component (k, g) in grey, scaled like band_image by its maximum.
+  // A one-layer component (k, g) in grey: 255 x value / the 99.5th percentile
+  // of its finite values, brighter values white, negative values and NaN black.
   static QImage grey_image(const corv::matrix& values);
+  // The reflectance as the reflectance views show it: every value clamped to
+  // 0..1. The recovered reflectance is a unit spectrum per pixel, whose values
+  // lie in 0..1; the few pixels where the split divides by a shading near zero
+  // or leaves a negative remainder would otherwise set the tone curve's range
+  // and wash every material out to the same grey.
+  static corv::cube displayed_reflectance(const corv::cube& s);
   // Element numbers (0-based) in the colours of `colours` (one red, green, blue
   // row of 0..255 per element); numbers without a colour, and NaN, black.
   static QImage material_map_image(const corv::matrix& map, const corv::matrix& colours);

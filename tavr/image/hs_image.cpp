@@ -382,7 +382,7 @@ QString hs_image::settings_summary() const {
   text +=
       QStringLiteral("\nDichromatic neighborhood size: ") + QString::number(p.neighbourhood_size);
   text += QStringLiteral("\nDichromatic gray threshold: ") + QString::number(p.gray_threshold);
-  text += QStringLiteral("\nFaster material recovery: ") + yes_no(p.material_mode == 1);
+  text += QStringLiteral("\nFaster material recovery: ") + yes_no(p.material_mode != 0);
   text += QStringLiteral("\nMaterials max clusters: ") + QString::number(p.max_clusters);
   text += QStringLiteral("\nMaterial temperature max: ") +
           QString::number(static_cast<double>(p.max_temperature));

@@ -200,7 +200,7 @@ class hs_image : public QObject {
   open_mode mode_ = open_mode::irradiance;
   QString file_name_;
   QString workspace_name_;
-  int verbosity_ = 2;
+  int verbosity_ = 0;
   processing_selection selection_;
   rendering_options rendering_;
   image_view_state view_state_;

@@ -1,5 +1,6 @@
 #include "tavr/processing/processing_settings.h"
 
+#include "corv/pipeline/materials.h"
 #include "corv/pipeline/pipeline.h"
 #include "tavr/image/hs_image.h"
 
@@ -27,7 +28,7 @@ void processing_settings::apply_to(corv::pipeline& pipeline) const {
   pipeline.set_illuminant_patch_size(illuminant_patch_size);
   pipeline.set_neighbourhood_size(neighbourhood_size);
   pipeline.set_gray_threshold(gray_threshold);
-  pipeline.set_material_mode(faster_materials ? 1 : 0);
+  pipeline.set_material_mode(faster_materials ? corv::MATERIALS_SAMPLED : corv::MATERIALS_FULL);
   pipeline.set_max_clusters(max_clusters);
   pipeline.set_max_temperature(static_cast<float>(max_temperature));
   pipeline.set_min_temperature(static_cast<float>(min_temperature));
@@ -80,7 +81,7 @@ processing_settings settings_from(const corv::parameters& p) {
   values.illuminant_patch_size = p.illuminant_patch_size;
   values.neighbourhood_size = p.neighbourhood_size;
   values.gray_threshold = p.gray_threshold;
-  values.faster_materials = p.material_mode == 1;
+  values.faster_materials = p.material_mode != corv::MATERIALS_FULL;
   values.max_clusters = p.max_clusters;
   values.max_temperature = as_decimal(p.max_temperature);
   values.min_temperature = as_decimal(p.min_temperature);

@@ -21,7 +21,9 @@ enum envi_data_type : int {
 };
 
 // Every value of the settings dialog, with its default: the processing
-// parameters of the pipeline and the viewer's output, workspace and log options.
+// parameters of the pipeline (their defaults are the pipeline's own, so that the
+// viewer and the command line process alike) and the viewer's output,
+// workspace and log options.
 struct processing_settings {
   // Preprocessing
   int filter_method = corv::FILTER_WIENER;  // a corv::FILTER_METHOD
@@ -35,7 +37,7 @@ struct processing_settings {
   int neighbourhood_size = 5;
   int gray_threshold = 2;
   // Material discovery
-  bool faster_materials = true;  // material_mode 1 (clustering a shrunk image), else 0
+  bool faster_materials = true;  // material_mode 2 (clustering a sample), else 0 (every pixel)
   int max_clusters = 20;
   double max_temperature = 0.02;
   double min_temperature = 0.00025;
@@ -44,7 +46,7 @@ struct processing_settings {
   int materials_per_pixel = 5;
   // Analysis
   int principal_components = 10;
-  bool pca_on_reflectance = true;  // "Apply to:" Reflectance, else Irradiance
+  bool pca_on_reflectance = false;  // "Apply to:" Reflectance, else Irradiance
   // Workspace
   bool portable_workspace = false;
   // Output
@@ -56,7 +58,7 @@ struct processing_settings {
   int nurbs_knot_threshold = -1;
   bool compressed_library_export = false;  // polygon data saved as its mean
   // Logger
-  int verbosity = 2;
+  int verbosity = 0;
 
   // The "Apply to:" choice as the analysis cube type: "Reflectance" or "Irradiance".
   QString analysis_cube_type() const;

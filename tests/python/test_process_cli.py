@@ -262,6 +262,7 @@ def test_recovery_runs_write_reflectance_illuminant_and_hsz(run_corv, corv_bin, 
     assert "material discovery" in {s for s, _ in progress_lines(done.stderr)}
     saved = corv.hsz_input(str(hsz))
     assert saved.s().shape == (200, 300, 33) and saved.illuminant().shape == (33,)
+    assert done.stdout == f"materials found: {saved.elements().shape[1]}\n"
 
     # Ctrl-C during recovery (material discovery on every pixel keeps the run
     # going for a good while after the first progress line).

@@ -293,6 +293,7 @@ TEST_F(materials_test, logs_the_run_and_fills_the_progress) {
                            "Finished calculating Material Abundances."}) {
     EXPECT_TRUE(logged(line)) << line;
   }
+  EXPECT_EQ(logger::instance().stage(), stage_materials);
   EXPECT_EQ(logger::instance().progress(), 100);
   EXPECT_EQ(found.elements.n_cols, 4u);
   bool compared = false;

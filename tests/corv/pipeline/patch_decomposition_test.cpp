@@ -73,6 +73,27 @@ TEST_F(patch_decomposition_test, splits_a_patch_into_its_specular_and_diffuse_sh
   EXPECT_GE(dark.specular.min(), 0.0f);
   EXPECT_GE(dark.diffuse.min(), 0.0f);
   EXPECT_GT(dark.dichromatic_error, 0.0);
+
+  // A diffuse solution whose first band comes out negative is turned round
+  // with the specular shares: the patch is then invalid, its highlight clamped
+  // away and left in the error.
+  const vector turned = {-1.0f, 2.0f, 3.0f, 4.0f};
+  const patch_decomposition negative =
+      decompose_patch(mixed_patch(L, turned, highlight), L, 50.0f, 0);
+  EXPECT_GE(negative.diffuse_spectrum(0), 0.0f);
+  EXPECT_FALSE(negative.valid);
+  EXPECT_LT(negative.specular.max(), 1e-4f);
+  EXPECT_GT(negative.dichromatic_error, 0.0);
+}
+
+TEST_F(patch_decomposition_test, plane_strength_tells_a_plane_from_one_colour_and_noise) {
+  const matrix highlight = {{0, 0, 0, 0}, {0, 0.5, 0.2, 0}, {0, 0, 0, 0}};
+  EXPECT_NEAR(find_patch_plane(mixed_patch(L, D, highlight)).strength, 1.0, 1e-6);
+  arma::arma_rng::set_seed(3);
+  cube noisy = mixed_patch(L, D, matrix(3, 4, arma::fill::zeros));
+  noisy += 0.01f * arma::randn<cube>(arma::size(noisy));
+  EXPECT_LT(find_patch_plane(noisy).strength, 0.9);
+  EXPECT_EQ(plane_strength(arma::mat(4, 6, arma::fill::zeros)), 0.0);
 }
 
 TEST_F(patch_decomposition_test, refuses_an_empty_patch) {

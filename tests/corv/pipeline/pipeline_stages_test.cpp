@@ -79,6 +79,15 @@ TEST_F(pipeline_stages_test, the_dichromatic_stage_splits_every_pixel_and_clears
             "recover_dichromatic_parameters: Incorrect method.");
   EXPECT_EQ(thrown_text([&] { image.k(); }), "pipeline: k does not exist in pipeline or input.");
   EXPECT_EQ(thrown_text([&] { image.s(); }), "pipeline: s does not exist in pipeline or input.");
+
+  // Refused for want of an illuminant, the stage leaves no reflectance of an
+  // earlier run behind either.
+  image.set_dichromatic_method(0);
+  image.process_recover_dichromatic_parameters();
+  image.reset_components(false);
+  EXPECT_EQ(thrown_text([&] { image.process_recover_dichromatic_parameters(); }),
+            "pipeline: I or illuminant is empty in process_recover_dichromatic_parameters()");
+  EXPECT_EQ(thrown_text([&] { image.s(); }), "pipeline: s does not exist in pipeline or input.");
 }
 
 TEST_F(pipeline_stages_test, the_material_stage_maps_the_quadrants_with_the_selected_mode) {
@@ -114,10 +123,13 @@ TEST_F(pipeline_stages_test, the_material_stage_maps_the_quadrants_with_the_sele
     }
   }
 
-  // A mode that does not exist fails and leaves the material components empty.
-  image.set_material_mode(7);
-  EXPECT_THROW(image.process_recover_materials(), std::runtime_error);
-  EXPECT_THROW(image.material_map(), std::runtime_error);
+  // Refused before it reads anything, the stage still leaves the material
+  // components empty.
+  image.set_material_subsample(5);
+  EXPECT_EQ(thrown_text([&] { image.process_recover_materials(); }),
+            "pipeline: material_subsample out of range in process_recover_materials()");
+  EXPECT_EQ(thrown_text([&] { image.material_map(); }),
+            "pipeline: material_map does not exist in pipeline or input.");
 }
 
 }  // namespace

@@ -133,7 +133,7 @@ void settings_dialog_test::fields_ranges_and_tooltips() {
   const decimal_row decimals[] = {
       {"Max temperature:", 4, 0.001, 0.02, "Max temperature"},
       {"Min temperature:", 5, 0.00001, 0.00025, "Min temperature"},
-      {"Cooling rate:", 2, 0.1, 0.8, "Cooling rate"},
+      {"Cooling rate:", 3, 0.1, 0.8, "Cooling rate"},
       {"Split threshold:", 6, 0.01, 0.996195, "Split threshold"},
       {"Alpha:", 2, 0.1, 0.1, ""},
   };
@@ -147,6 +147,12 @@ void settings_dialog_test::fields_ranges_and_tooltips() {
   }
   QCOMPARE(field<QDoubleSpinBox>(dialog, "Max temperature:")->maximum(), 1.0);
   QCOMPARE(field<QDoubleSpinBox>(dialog, "Split threshold:")->minimum(), 0.0);
+  // Only what the annealing accepts: a cooling rate below 1, temperatures above 0.
+  for (const char* label : {"Min temperature:", "Cooling rate:", "Split threshold:"}) {
+    QCOMPARE(field<QDoubleSpinBox>(dialog, QString::fromLatin1(label))->maximum(), 0.999);
+  }
+  QCOMPARE(field<QDoubleSpinBox>(dialog, "Max temperature:")->minimum(), 0.0001);
+  QCOMPARE(field<QDoubleSpinBox>(dialog, "Min temperature:")->minimum(), 0.00001);
 
   auto* methods = field<QComboBox>(dialog, "Illumination Recovery Method:");
   QVERIFY(methods != nullptr);
@@ -222,6 +228,8 @@ void settings_dialog_test::restore_defaults_and_round_trip() {
   button<QPushButton>(dialog, QStringLiteral("Restore Defaults"))->click();
   const processing_settings restored = dialog.values();
   QVERIFY(restored == processing_settings());
+  // The pipeline's own defaults: the viewer processes as the command line does.
+  QVERIFY(restored == tavr::settings_from(corv::parameters()));
   QCOMPARE(restored.split_threshold, 0.996195);
   QCOMPARE(restored.filter_method, int{corv::FILTER_WIENER});
   QCOMPARE(restored.envi_data_type, int{tavr::envi_float32});
@@ -328,7 +336,7 @@ void settings_dialog_test::values_reach_the_pipeline_and_the_image() {
   QCOMPARE(pipeline.parameters().material_mode, 0);
   faster->setChecked(true);
   dialog.values().apply_to(pipeline);
-  QCOMPARE(pipeline.parameters().material_mode, 1);
+  QCOMPARE(pipeline.parameters().material_mode, 2);
 
   field<QComboBox>(dialog, "Illumination Recovery Method:")->setCurrentText("White Patch");
   field<QDoubleSpinBox>(dialog, "Min temperature:")->setValue(0.00012);

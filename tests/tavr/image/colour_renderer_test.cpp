@@ -273,17 +273,34 @@ void colour_renderer_test::pictures_of_pipeline_views() {
   };
   QCOMPARE(colour.pixel(1, 1), qRgb(255, level(1.003742), level(0.74744)));
 
-  corv::matrix k(2, 2);
-  k(0, 0) = 4.0f;
-  k(0, 1) = 2.0f;
-  k(1, 0) = -1.0f;
-  k(1, 1) = std::nanf("");
-  image.set_k(k);
-  const QImage specularity = renderer.render(image, tavr::component_view::specularity);
+  // Grey levels scale by the 99.5th percentile: one extreme pixel in 200 does
+  // not darken the rest.
+  corv::matrix k(1, 200, arma::fill::ones);
+  k(0, 0) = 1000.0f;
+  k(0, 1) = 0.5f;
+  k(0, 2) = -1.0f;
+  k(0, 3) = std::nanf("");
+  const QImage specularity = colour_renderer::grey_image(k);
   QCOMPARE(specularity.pixel(0, 0), qRgb(255, 255, 255));
   QCOMPARE(specularity.pixel(1, 0), qRgb(128, 128, 128));
-  QCOMPARE(specularity.pixel(0, 1), qRgb(0, 0, 0));
-  QCOMPARE(specularity.pixel(1, 1), qRgb(0, 0, 0));
+  QCOMPARE(specularity.pixel(2, 0), qRgb(0, 0, 0));
+  QCOMPARE(specularity.pixel(3, 0), qRgb(0, 0, 0));
+  QCOMPARE(specularity.pixel(4, 0), qRgb(255, 255, 255));
+
+  // The reflectance views clamp to 0..1: a pixel the split blew up does not
+  // wash out the others, a red surface stays red.
+  corv::cube s(2, 2, 31);
+  for (arma::uword b = 0; b < 31; ++b) {
+    s.slice(b).fill(b < 17 ? 0.05f : 0.3f);
+  }
+  s.tube(1, 1).fill(-13.0f);
+  s(1, 1, 30) = 17.0f;
+  image.set_s(s);
+  const corv::cube shown = colour_renderer::displayed_reflectance(s);
+  QCOMPARE(shown.min(), 0.0f);
+  QCOMPARE(shown.max(), 1.0f);
+  const QRgb red = renderer.render(image, tavr::component_view::reflectance).pixel(0, 0);
+  QVERIFY2(qRed(red) > 2 * qBlue(red), qPrintable(QColor(red).name()));
 
   // Band 0 holds 1.0, the cube's largest value is 4.0.
   const QImage by_cube = renderer.render(image, tavr::component_view::irradiance, 0,

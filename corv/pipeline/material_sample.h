@@ -1,0 +1,41 @@
+#ifndef CORV_PIPELINE_MATERIAL_SAMPLE_H
+#define CORV_PIPELINE_MATERIAL_SAMPLE_H
+
+// The pixels that material discovery clusters in its sampled mode: from every
+// block of the image, the one pixel that lies deepest inside a smooth region
+// of one material.
+//
+// Recovered reflectance is cleanest inside a region of one material: where a
+// pixel's neighbourhood straddles a border, a highlight or a shadow's edge, its
+// spectrum is a mix, or carries what the dichromatic split left of the
+// highlight, and such spectra form a continuum between the materials that the
+// clustering would cut into extra, spurious materials. Dark pixels are mostly
+// noise once divided by their shading.
+
+#include "corv/io/types.h"
+
+namespace corv {
+
+// A pixel takes part when its shading is above this fraction of the 99th
+// percentile of the image's shading.
+constexpr float lit_fraction = 0.02f;
+// Its neighbourhood is (2 x radius + 1) pixels square.
+constexpr arma::uword neighbourhood_radius = 2;
+// A pixel lies inside a smooth region when its spectrum is within this angle
+// (degrees) of the mean direction of its neighbourhood.
+constexpr double smooth_angle = 2.0;
+
+// Each pixel's cosine with the mean direction of the unit spectra of its
+// usable neighbours (itself included); 0 for a pixel that is not usable:
+// zero, not finite or, with a shading given, unlit.
+matrix neighbourhood_coherence(const cube& s, const matrix& g);
+
+// Indexes (r + c x rows) of the chosen pixels, ascending: in every block of
+// block x block pixels, the usable pixel of the highest coherence, when that
+// coherence is within smooth_angle. When no block has such a pixel, each
+// block's most coherent usable pixel is taken instead.
+arma::uvec interior_sample(const cube& s, const matrix& g, arma::uword block);
+
+}  // namespace corv
+
+#endif
