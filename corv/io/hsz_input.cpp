@@ -4,8 +4,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "corv/analysis/nurbs.h"
 #include "corv/io/huge_pages.h"
+#include "corv/spectral/nurbs.h"
 
 namespace corv {
 

@@ -4,12 +4,12 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "corv/analysis/nurbs.h"
 #include "corv/io/hsz_record.h"
 #include "corv/io/huge_pages.h"
 #include "corv/io/logger.h"
 #include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
+#include "corv/spectral/nurbs.h"
 
 namespace corv {
 
