@@ -4,8 +4,10 @@
 
 #include <functional>
 #include <numeric>
+#include <optional>
 
 #include "corv/io/huge_pages.h"
+#include "corv/io/memory_budget.h"
 
 namespace corv {
 
@@ -41,7 +43,8 @@ void create_dataset(H5::Group& group, const std::string& name, const hdf5_shape&
 }
 
 template <typename T>
-hdf5_data<T> read_dataset(const H5::DataSet& dataset, const H5::PredType& memory_type) {
+hdf5_data<T> read_dataset(const H5::DataSet& dataset, const H5::PredType& memory_type,
+                          const std::string& path) {
   const H5::DataSpace space = dataset.getSpace();
   const int rank = space.getSimpleExtentNdims();
   std::vector<hsize_t> dims(static_cast<std::size_t>(rank));
@@ -50,6 +53,14 @@ hdf5_data<T> read_dataset(const H5::DataSet& dataset, const H5::PredType& memory
   }
   hdf5_data<T> data;
   data.shape.assign(dims.begin(), dims.end());
+  // A damaged file may declare any extent: check it before allocating.
+  std::optional<std::uint64_t> bytes = sizeof(T);
+  for (const hsize_t extent : dims) {
+    bytes = bytes ? checked_product({*bytes, extent}) : bytes;
+  }
+  if (!bytes || *bytes > physical_memory()) {
+    throw hdf5_error("the dataset is larger than this machine's memory", path);
+  }
   resize_large(data.values, element_count(data.shape));
   if (!data.values.empty()) {
     dataset.read(data.values.data(), memory_type);
@@ -187,7 +198,7 @@ hdf5_data<std::uint16_t> hdf5_group::read_uint16_dataset(const std::string& name
     if (!fits) {
       throw hdf5_error("not an unsigned 16-bit integer dataset", child_path(name));
     }
-    return read_dataset<std::uint16_t>(dataset, H5::PredType::NATIVE_UINT16);
+    return read_dataset<std::uint16_t>(dataset, H5::PredType::NATIVE_UINT16, child_path(name));
   } catch (...) {
     rethrow_as_hdf5_error(child_path(name));
   }
@@ -199,7 +210,7 @@ hdf5_data<double> hdf5_group::read_double_dataset(const std::string& name) const
     if (dataset.getTypeClass() != H5T_FLOAT) {
       throw hdf5_error("not a floating-point dataset", child_path(name));
     }
-    return read_dataset<double>(dataset, H5::PredType::NATIVE_DOUBLE);
+    return read_dataset<double>(dataset, H5::PredType::NATIVE_DOUBLE, child_path(name));
   } catch (...) {
     rethrow_as_hdf5_error(child_path(name));
   }

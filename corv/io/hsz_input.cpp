@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "corv/io/huge_pages.h"
+#include "corv/io/memory_budget.h"
 #include "corv/spectral/nurbs.h"
 
 namespace corv {
@@ -282,6 +283,8 @@ cube hsz_input::compose_s() const {
     }
   }
 
+  require_memory(checked_product({height_, width_, bands_, sizeof(float)}), "hsz_input",
+                 "The reflectance cube of " + file_name_);
   const std::size_t rows = height_;
   const std::size_t bands = bands_;
   const std::size_t pixels = rows * width_;
@@ -331,6 +334,8 @@ cube hsz_input::compose_s() const {
 }
 
 cube hsz_input::compose_I() {
+  require_memory(checked_product({height_, width_, bands_, 2 * sizeof(float)}), "hsz_input",
+                 "The image cube of " + file_name_);
   const vector light = illuminant();
   const matrix specular = k();
   const matrix shading = g();
