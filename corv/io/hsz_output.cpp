@@ -80,16 +80,12 @@ T take(Get get, const std::string& log_line, const std::string& thrown_text) {
 // Stores spectra (one per column) as curves on one knot vector, with the
 // pipeline's NURBS settings passed on unchanged (the encoder applies its own
 // rules to them):
-//   ElementKnots: one column holding the knot vector, then for each spectrum
-//     the wavelengths of its control points, mapped from the first..last band
-//     wavelength onto 0..1. Knots and these wavelengths share that range, so
-//     the array's 16-bit quantisation serves both, and the spectra's values
-//     (which may span anything) stay out of it.
-//   ElementCP: the values of the control points, one column per spectrum.
-// The file does not record the degree (no "degreeNURBS" key): a reader needs
-// the pipeline's degree; the array sizes must fit it.
-void encode_curves(const matrix& spectra, const vector& wavelengths, const parameters& settings,
-                   hsz_part& part) {
+//   ElementKnots: the knot vector, one column.
+//   ElementCP: the control points, one row per point and one column per
+//     spectrum; slice 0 holds their wavelengths (nm), slice 1 their values.
+// Returns the curves' degree, which the header records.
+std::int32_t encode_curves(const matrix& spectra, const vector& wavelengths,
+                           const parameters& settings, hsz_part& part) {
   const arma::uword bands = spectra.n_rows, count = spectra.n_cols;
   cube curves(1, count, bands);
   for (arma::uword j = 0; j < count; ++j) {
@@ -99,26 +95,24 @@ void encode_curves(const matrix& spectra, const vector& wavelengths, const param
   }
   vector knots;
   nurbs_control_points points;
-  generate_nurbs(curves, cube(0, 0, bands), wavelengths, knots, points,
-                 static_cast<std::uint32_t>(settings.nurbs_degree),
+  const auto degree = static_cast<std::uint32_t>(std::max(settings.nurbs_degree, 2));
+  generate_nurbs(curves, cube(0, 0, bands), wavelengths, knots, points, degree,
                  static_cast<std::uint32_t>(settings.nurbs_knots_threshold), settings.nurbs_alpha,
                  settings.nurbs_max_iterations, settings.verbosity);
   const arma::uword controls = points.values.n_slices;
-  const double first = wavelengths(0);
-  const double span = double(wavelengths(bands - 1)) - first;
-  std::vector<double> knot_column(knots.begin(), knots.end());
-  std::vector<double> values(controls * count);
+  std::vector<double> values(controls * count * 2);
   for (arma::uword j = 0; j < count; ++j) {
     for (arma::uword i = 0; i < controls; ++i) {
-      knot_column.push_back((double(points.wavelengths(0, j, i)) - first) / span);
-      values[j * controls + i] = points.values(0, j, i);
+      values[j * controls + i] = points.wavelengths(0, j, i);
+      values[(count + j) * controls + i] = points.values(0, j, i);
     }
   }
-  const auto rows = static_cast<std::uint32_t>(knot_column.size());
-  part.element_knots = value_block({rows, 1, 1}, std::move(knot_column));
+  part.element_knots = value_block({static_cast<std::uint32_t>(knots.n_elem), 1, 1},
+                                   std::vector<double>(knots.begin(), knots.end()));
   part.element_cp =
-      value_block({static_cast<std::uint32_t>(controls), static_cast<std::uint32_t>(count), 1},
+      value_block({static_cast<std::uint32_t>(controls), static_cast<std::uint32_t>(count), 2},
                   std::move(values));
+  return static_cast<std::int32_t>(degree);
 }
 
 hsz_record record_of(pipeline& source) {
@@ -169,7 +163,7 @@ hsz_record record_of(pipeline& source) {
 
   // L: the illuminant as the single element of every pixel.
   if (settings.nurbs_encoding) {
-    encode_curves(matrix(illuminant), wavelengths, settings, record.l);
+    header.degree_nurbs_l = encode_curves(matrix(illuminant), wavelengths, settings, record.l);
   } else {
     record.l.elements = values_of(matrix(illuminant));
   }
@@ -189,7 +183,7 @@ hsz_record record_of(pipeline& source) {
   // the elements that each pixel mixes, the depth of the abundance arrays.
   header.indexed_s = 1;
   if (settings.nurbs_encoding) {
-    encode_curves(elements, wavelengths, settings, record.s);
+    header.degree_nurbs_s = encode_curves(elements, wavelengths, settings, record.s);
   } else {
     record.s.elements = values_of(elements);
   }

@@ -43,7 +43,7 @@ const std::array<std::pair<const char*, number_field>, 20> number_keys = {{
 }};
 
 // Numbers that files may carry: the NURBS curve degree of each part. Written
-// only when set (not -1), which hsz_output never does.
+// only when set (not -1).
 const std::array<std::pair<const char*, number_field>, 3> optional_number_keys = {{
     {"degreeNURBSK", &hsz_header::degree_nurbs_k},
     {"degreeNURBSL", &hsz_header::degree_nurbs_l},

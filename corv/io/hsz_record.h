@@ -43,7 +43,7 @@ struct hsz_header {
   std::string encoding_l;
   std::string encoding_s;
   // NURBS curve degrees ("degreeNURBSK", ...), -1 when the file does not carry
-  // them; written only when set, which hsz_output never does.
+  // them; written only when set (hsz_output sets those of its NURBS parts).
   std::int32_t degree_nurbs_k = -1;
   std::int32_t degree_nurbs_l = -1;
   std::int32_t degree_nurbs_s = -1;
