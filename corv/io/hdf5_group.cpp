@@ -2,6 +2,7 @@
 
 #include <H5Cpp.h>
 
+#include <algorithm>
 #include <functional>
 #include <numeric>
 #include <optional>
@@ -184,6 +185,76 @@ void hdf5_group::write_dataset(const std::string& name, const hdf5_shape& shape,
   try {
     create_dataset(*group_, name, shape, values, H5::PredType::IEEE_F64LE,
                    H5::PredType::NATIVE_DOUBLE, chunk, deflate_level);
+  } catch (...) {
+    rethrow_as_hdf5_error(child_path(name));
+  }
+}
+
+void hdf5_group::write_strings(const std::string& name, const std::vector<std::string>& values,
+                               int deflate_level) {
+  try {
+    const H5::StrType type(H5::PredType::C_S1, H5T_VARIABLE);
+    const hsize_t count = values.size();
+    H5::DataSpace space(1, &count);
+    H5::DSetCreatPropList properties;
+    if (count > 0) {
+      properties.setChunk(1, &count);
+      properties.setDeflate(static_cast<unsigned>(deflate_level));
+    }
+    H5::DataSet dataset = group_->createDataSet(name, type, space, properties);
+    std::vector<const char*> pointers;
+    pointers.reserve(values.size());
+    for (const auto& value : values) {
+      pointers.push_back(value.c_str());
+    }
+    if (count > 0) {
+      dataset.write(pointers.data(), type);
+    }
+  } catch (...) {
+    rethrow_as_hdf5_error(child_path(name));
+  }
+}
+
+std::vector<std::string> hdf5_group::read_strings(const std::string& name) const {
+  try {
+    const H5::DataSet dataset = group_->openDataSet(name);
+    const H5::DataSpace space = dataset.getSpace();
+    if (dataset.getTypeClass() != H5T_STRING || space.getSimpleExtentNdims() != 1) {
+      throw hdf5_error("not a one-dimensional string dataset", child_path(name));
+    }
+    hsize_t count = 0;
+    space.getSimpleExtentDims(&count);
+    const H5::StrType stored = dataset.getStrType();
+    const std::size_t size = stored.isVariableStr() ? sizeof(char*) : stored.getSize();
+    if (!checked_product({count, size}) || count * size > physical_memory()) {
+      throw hdf5_error("the dataset is larger than this machine's memory", child_path(name));
+    }
+    std::vector<std::string> values;
+    values.reserve(count);
+    if (stored.isVariableStr()) {
+      const H5::StrType type(H5::PredType::C_S1, H5T_VARIABLE);
+      std::vector<char*> pointers(count, nullptr);
+      if (count > 0) {
+        dataset.read(pointers.data(), type);
+      }
+      for (const char* text : pointers) {
+        values.emplace_back(text != nullptr ? text : "");
+      }
+      if (count > 0) {
+        H5::DataSet::vlenReclaim(pointers.data(), type, space);
+      }
+    } else {
+      std::vector<char> buffer(size * count);
+      if (count > 0) {
+        dataset.read(buffer.data(), stored);
+      }
+      for (hsize_t i = 0; i < count; ++i) {
+        std::string value(buffer.data() + i * size, size);
+        value.resize(std::min(value.find('\0'), value.size()));
+        values.push_back(value);
+      }
+    }
+    return values;
   } catch (...) {
     rethrow_as_hdf5_error(child_path(name));
   }

@@ -19,6 +19,11 @@ namespace corv {
 
 namespace {
 
+// The system's reason for a failed write, before the format's own message.
+void log_reason(const safe_file& file) {
+  logger::instance() << "HDR_Output: " << file.target() << ": " << file.reason() << "EOL";
+}
+
 bool valid_data_type(int code) {
   return code == 1 || code == 2 || code == 4 || code == 12;
 }
@@ -153,24 +158,30 @@ void hdr_output::write(pipeline& source, const std::string& file_name) {
   const std::string data_name = data_path.full();
   safe_file header(header_name);
   if (!header.is_open()) {
+    log_reason(header);
     log_and_throw("HDR_Output: Error Opening " + header_name + " for writing.",
                   "Cannot open file " + header_name + " for writing.");
   }
   const std::string text = header_text(*data, wavelengths);
   header.stream().write(text.data(), static_cast<std::streamsize>(text.size()));
   if (!header.close()) {
+    log_reason(header);
     log_and_throw("HDR_Output: Error during .hdr file writing.", "Error writing HDR file.");
   }
 
   safe_file raw(data_name);
   if (!raw.is_open()) {
+    log_reason(raw);
     log_and_throw("HDR_Output: Error Opening " + data_name + " for writing.",
                   "Cannot open file " + data_name + " for writing.");
   }
-  if (!write_data(raw.stream(), *data, data_type_) || !raw.close()) {
+  const bool written = write_data(raw.stream(), *data, data_type_);
+  if (!raw.close() || !written) {
+    log_reason(raw);
     log_and_throw("HDR_Output: Error during data file writing.", "Error writing HDR data file.");
   }
   if (!raw.commit() || !header.commit()) {
+    log_reason(raw.reason().empty() ? header : raw);
     log_and_throw("HDR_Output: Error during data file writing.", "Error writing HDR data file.");
   }
 }

@@ -36,6 +36,27 @@ value_block values_of(const Array& values) {
   return value_block(shape_of(values), std::move(copy));
 }
 
+// A value that is not a finite number cannot be quantised: it is stored as 0,
+// what the recovery stages give the pixels they cannot model, and the writer
+// says how many there were.
+template <typename Array>
+Array finite(Array values, const std::string& name) {
+  std::size_t replaced = 0;
+  values.transform([&replaced](float x) {
+    if (std::isfinite(x)) {
+      return x;
+    }
+    ++replaced;
+    return 0.0f;
+  });
+  if (replaced > 0) {
+    logger::instance() << "hsz_output: " << name << " holds " << std::to_string(replaced)
+                       << " values that are not finite numbers; they are stored as 0."
+                       << "EOL";
+  }
+  return values;
+}
+
 // The library counts elements from 0, the file from 1.
 index_block one_based(const cube& indexes, const std::string& name) {
   std::vector<std::int32_t> stored;
@@ -121,16 +142,21 @@ hsz_record record_of(pipeline& source) {
       take<vector>([&] { return source.wavelengths(); }, "HSZ Out: Error reading Wavelengths.",
                    "Error retrieving wavelengths.");
   const vector illuminant =
-      take<vector>([&] { return source.illuminant(); }, "HSZ Out: Error reading Illuminant.",
-                   "Error retrieving Illuminant.");
-  const matrix k =
-      take<matrix>([&] { return source.k(); }, "HSZ Out: Error reading K.", "Error retrieving K.");
+      finite(take<vector>([&] { return source.illuminant(); }, "HSZ Out: Error reading Illuminant.",
+                          "Error retrieving Illuminant."),
+             "L->Elements");
+  const matrix k = finite(
+      take<matrix>([&] { return source.k(); }, "HSZ Out: Error reading K.", "Error retrieving K."),
+      "K->Factor");
   const std::string s_log = "HSZ Out: Error reading S (Maybe you didn't generate abundances).";
   const std::string s_thrown = "Error retrieving S components.";
-  const matrix g = take<matrix>([&] { return source.g(); }, s_log, s_thrown);
-  const matrix elements = take<matrix>([&] { return source.material_elements(); }, s_log, s_thrown);
+  const matrix g =
+      finite(take<matrix>([&] { return source.g(); }, s_log, s_thrown), "S->Factor (g)");
+  const matrix elements = finite(
+      take<matrix>([&] { return source.material_elements(); }, s_log, s_thrown), "S->Elements");
   const cube abundances =
-      take<cube>([&] { return source.material_element_abundances(); }, s_log, s_thrown);
+      finite(take<cube>([&] { return source.material_element_abundances(); }, s_log, s_thrown),
+             "S->Element Abundances");
   const cube indexes =
       take<cube>([&] { return source.material_element_abundance_indexes(); }, s_log, s_thrown);
 
@@ -202,11 +228,12 @@ hsz_record record_of(pipeline& source) {
     }
     if (!library->empty()) {
       record.endmembers_s.labels = library->labels();
-      record.s.endmembers = values_of(library->endmembers());
+      record.s.endmembers = values_of(finite(library->endmembers(), "S->Endmembers"));
     }
     // Endmember abundances exist once the image has been unmixed.
     try {
-      const cube endmember_abundances = source.endmember_abundances();
+      const cube endmember_abundances =
+          finite(source.endmember_abundances(), "S->Endmember Abundances");
       const cube endmember_indexes = source.endmember_abundance_indexes();
       record.s.endmember_abundances = values_of(endmember_abundances);
       record.s.endmember_abundance_indexes =
@@ -231,8 +258,9 @@ void hsz_output::write(pipeline& source, const std::string& file_name) {
   const hsz_record record = record_of(source);
   if (!record.save(file_name, true)) {
     logger::instance() << "hsz_output: Warning - Overwriting file " << file_name << "EOL";
-    if (!record.save(file_name, true)) {
-      log_and_throw("hsz_output: Could not save " + file_name);
+    std::string failure;
+    if (!record.save(file_name, true, &failure)) {
+      log_and_throw("hsz_output: Could not save " + file_name + ": " + failure);
     }
   }
   logger::instance() << "hsz_output: Saved " << file_name << "EOL";

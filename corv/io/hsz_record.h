@@ -91,8 +91,8 @@ struct hsz_record {
   // so that a failed save leaves no partial file. Throws (after logging) "HSZ
   // Save: invalid object" and "HSZ Save: File already exists: <name>" (when
   // overwrite is clear). An HDF5 failure is logged as "HSZ Save: <error> in:
-  // <location>" and returns false.
-  bool save(const std::string& file_name, bool overwrite) const;
+  // <location>" and returns false, with the error's text in `failure` when given.
+  bool save(const std::string& file_name, bool overwrite, std::string* failure = nullptr) const;
 
   // Replaces the record with the file's contents. Throws "HSZ Read: Invalid file
   // name: <name>" (empty, missing or not HDF5), "HSZ Read: unknown group under
