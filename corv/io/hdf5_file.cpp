@@ -4,9 +4,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
 #include <mutex>
 #include <vector>
 
+#include "corv/io/isolated_call.h"
+#include "corv/io/logger.h"
 #include "corv/io/safe_file.h"
 
 namespace corv {
@@ -142,6 +145,35 @@ bool hdf5_file::is_hdf5(const std::string& name) {
   } catch (const H5::Exception&) {
     return false;
   }
+}
+
+std::string hdf5_file::trial_read(const std::string& name, const std::function<void()>& read) {
+  // Generous for a healthy file: 20 s and then 20 MB a second.
+  std::error_code error;
+  const auto bytes = std::filesystem::file_size(name, error);
+  const double seconds = 20.0 + (error ? 0.0 : static_cast<double>(bytes) / 20e6);
+  const isolated_outcome outcome = run_isolated(
+      [&read] {
+        logger::instance().set_echo(false);  // this process logs what happens, once
+        read();
+      },
+      seconds, &activity());
+  switch (outcome.how) {
+    case isolated_outcome::ending::died:
+      return "the HDF5 library crashes on it (" + outcome.text + ")";
+    case isolated_outcome::ending::timed_out:
+      return "the HDF5 library does not finish reading it in " +
+             std::to_string(static_cast<long>(seconds)) + " s";
+    case isolated_outcome::ending::exited:
+      return "its reading ended with " + outcome.text;
+    default:
+      return "";
+  }
+}
+
+std::mutex& hdf5_file::activity() {
+  static std::mutex held;
+  return held;
 }
 
 hdf5_group hdf5_file::root() const {

@@ -1,7 +1,9 @@
 #ifndef CORV_IO_HDF5_FILE_H
 #define CORV_IO_HDF5_FILE_H
 
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "corv/io/hdf5_group.h"
@@ -26,6 +28,18 @@ class hdf5_file {
   static hdf5_file open_read_only(const std::string& name);
   // False for a missing file and for one that is not HDF5.
   static bool is_hdf5(const std::string& name);
+  // HDF5 1.10 crashes or loops on some damaged metadata, which no check can
+  // rule out beforehand. So `read`, a reader of the file, runs first in a child
+  // process (run_isolated). Returns "" when it returned or threw there (the
+  // caller then reads the file itself, with the same result) or when no child
+  // could be started; else why the file is refused: "the HDF5 library crashes
+  // on it (<signal>)", "the HDF5 library does not finish reading it in <n> s"
+  // or "its reading ended with <exit status>".
+  static std::string trial_read(const std::string& name, const std::function<void()>& read);
+  // Held by every reader and writer of HDF5 files for the whole of its work,
+  // so that a trial read never starts while another thread is inside HDF5 (its
+  // child would find HDF5's own lock taken for good).
+  static std::mutex& activity();
 
   hdf5_file(hdf5_file&&) noexcept;
   hdf5_file& operator=(hdf5_file&&) noexcept;

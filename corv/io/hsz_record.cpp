@@ -206,6 +206,7 @@ bool hsz_record::save(const std::string& file_name, bool overwrite, std::string*
   if (!overwrite && file_exists(file_name)) {
     log_and_throw("HSZ Save: File already exists: " + file_name);
   }
+  const std::lock_guard<std::mutex> hdf5_in_use(hdf5_file::activity());
   try {
     hdf5_file file = hdf5_file::create(file_name);
     {
@@ -229,7 +230,22 @@ bool hsz_record::save(const std::string& file_name, bool overwrite, std::string*
 }
 
 bool hsz_record::load(const std::string& file_name) {
-  if (file_name.empty() || !file_exists(file_name) || !hdf5_file::is_hdf5(file_name)) {
+  if (file_name.empty() || !file_exists(file_name)) {
+    throw std::runtime_error("HSZ Read: Invalid file name: " + file_name);
+  }
+  const std::string damage = hdf5_file::trial_read(file_name, [&file_name] {
+    hsz_record trial;
+    trial.read(file_name);
+  });
+  if (!damage.empty()) {
+    throw std::runtime_error("HSZ Read: " + file_name + " is damaged: " + damage + ".");
+  }
+  return read(file_name);
+}
+
+bool hsz_record::read(const std::string& file_name) {
+  const std::lock_guard<std::mutex> hdf5_in_use(hdf5_file::activity());
+  if (!hdf5_file::is_hdf5(file_name)) {
     throw std::runtime_error("HSZ Read: Invalid file name: " + file_name);
   }
   hsz_record loaded;

@@ -99,8 +99,14 @@ struct hsz_record {
   // root: <name>", "Unknown HDR parameter: <name>" and "HSZ Read: unknown sub
   // group name: <name> in root group: <part>". An HDF5 failure is logged as
   // "HSZ Read: <error>\nLocation: <location>" and returns false. On failure the
-  // record is left as it was.
+  // record is left as it was. A file on which the HDF5 library crashes or
+  // loops is refused with "HSZ Read: <name> is damaged: <why>." (see
+  // hdf5_file::trial_read).
   bool load(const std::string& file_name);
+
+ private:
+  // load() once the file has been read in a child process.
+  bool read(const std::string& file_name);
 };
 
 }  // namespace corv

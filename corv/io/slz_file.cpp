@@ -127,6 +127,7 @@ void slz_file::save(const std::string& file_name, bool overwrite) const {
   if (!overwrite && std::filesystem::exists(file_name)) {
     throw std::runtime_error("File already exists: " + file_name);
   }
+  const std::lock_guard<std::mutex> hdf5_in_use(hdf5_file::activity());
 
   try {
     hdf5_file file = hdf5_file::create(file_name);
@@ -153,7 +154,22 @@ void slz_file::save(const std::string& file_name, bool overwrite) const {
 }
 
 void slz_file::load(const std::string& file_name) {
-  if (file_name.empty() || !hdf5_file::is_hdf5(file_name)) {
+  if (file_name.empty() || !file_exists(file_name)) {
+    throw std::runtime_error("Invalid file name: " + file_name);
+  }
+  const std::string damage = hdf5_file::trial_read(file_name, [&file_name] {
+    slz_file trial;
+    trial.read(file_name);
+  });
+  if (!damage.empty()) {
+    throw std::runtime_error("Damaged file: " + file_name + ": " + damage + ".");
+  }
+  read(file_name);
+}
+
+void slz_file::read(const std::string& file_name) {
+  const std::lock_guard<std::mutex> hdf5_in_use(hdf5_file::activity());
+  if (!hdf5_file::is_hdf5(file_name)) {
     throw std::runtime_error("Invalid file name: " + file_name);
   }
   slz_file loaded;

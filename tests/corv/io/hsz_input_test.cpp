@@ -126,6 +126,10 @@ TEST_F(hsz_input_test, construction_refuses_unreadable_files) {
             "Error constructing HSZ: HSZ Read: Invalid file name: " + (dir / "none.hsz"));
   EXPECT_EQ(thrown_text([&] { open_input(dir / "none.hsz"); }),
             "Error constructing HSZ: HSZ Read: Invalid file name: " + (dir / "none.hsz"));
+  // A file on which HDF5 1.10 crashes is refused, and this process lives on.
+  const std::string crash = std::string(CORV_SOURCE_DIR) + "/tests/data/hdf5_crash.hsz";
+  EXPECT_EQ(thrown_text([&] { hsz_input{crash}; }).rfind("Error constructing HSZ: HSZ Read: ", 0),
+            0u);
 
   {
     hdf5_file file = hdf5_file::create(dir / "extra.hsz");
