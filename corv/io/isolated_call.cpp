@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -78,6 +79,8 @@ class pipe_ends {
   }
   ::_exit(0);
 }
+
+std::atomic<unsigned long> exits{0};
 
 std::string signal_text(int signal_number) {
   const char* name = ::strsignal(signal_number);
@@ -156,9 +159,14 @@ isolated_outcome run_isolated(const std::function<void()>& call, double seconds,
     outcome.how = isolated_outcome::ending::returned;
   } else {
     outcome.how = isolated_outcome::ending::exited;
+    ++exits;
     outcome.text = "exit status " + std::to_string(WEXITSTATUS(status));
   }
   return outcome;
+}
+
+unsigned long isolated_exits() {
+  return exits;
 }
 
 }  // namespace corv

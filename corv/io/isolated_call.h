@@ -27,6 +27,11 @@ struct isolated_outcome {
 isolated_outcome run_isolated(const std::function<void()>& call, double seconds,
                               std::mutex* quiet = nullptr);
 
+// How many children of run_isolated in this process exited on their own
+// (ending::exited). Under a sanitizer that is how an error in the call shows,
+// which fuzzing counts as a finding.
+unsigned long isolated_exits();
+
 }  // namespace corv
 
 #endif
