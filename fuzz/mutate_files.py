@@ -208,8 +208,9 @@ def cli_commands(corv, kind, target, out):
 
 
 PYTHON_WORKER = r"""
-import sys, corv
+import os, sys, corv
 seeds = sys.argv[1]
+results = os.fdopen(int(sys.argv[2]), "w")
 image = None
 for line in sys.stdin:
     kind, target = line.rstrip("\n").split("\t", 1)
@@ -233,7 +234,7 @@ for line in sys.stdin:
     except Exception as error:
         text = str(error)
         result = "refused" if text and "\n" not in text.strip() else "bad message: " + repr(text)
-    print(result, file=sys.stderr, flush=True)
+    print(result, file=results, flush=True)
 """
 
 
@@ -244,10 +245,15 @@ class python_worker:
         self.build, self.seeds, self.process = build, seeds, None
 
     def start(self):
+        # Results come on a pipe of their own: the library may print to stdout and stderr.
         env = dict(os.environ, PYTHONPATH=os.path.join(self.build, "python"))
-        self.process = subprocess.Popen([sys.executable, "-c", PYTHON_WORKER, self.seeds],
+        read_end, write_end = os.pipe()
+        self.process = subprocess.Popen([sys.executable, "-c", PYTHON_WORKER, self.seeds,
+                                         str(write_end)], pass_fds=(write_end,),
                                         stdin=subprocess.PIPE, stdout=subprocess.DEVNULL,
-                                        stderr=subprocess.PIPE, text=True, env=env)
+                                        stderr=subprocess.DEVNULL, text=True, env=env)
+        os.close(write_end)
+        self.results = os.fdopen(read_end)
 
     def check(self, kind, target, timeout):
         if self.process is None:
@@ -255,11 +261,12 @@ class python_worker:
         self.process.stdin.write("%s\t%s\n" % (kind, target))
         self.process.stdin.flush()
         timer = _watchdog(self.process, timeout)
-        line = self.process.stderr.readline().strip()
+        line = self.results.readline().strip()
         timer.cancel()
         if line:
             return line
         code = self.process.wait()
+        self.results.close()
         self.process = None
         return "timed out" if code == -signal.SIGKILL else "died: %s" % describe(code)
 
