@@ -1,5 +1,6 @@
 #include "corv/io/isolated_call.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -15,6 +16,18 @@
 namespace corv {
 
 namespace {
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool sanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool sanitized = true;
+#else
+constexpr bool sanitized = false;
+#endif
+#else
+constexpr bool sanitized = false;
+#endif
 
 // A pipe's two ends, closed with their owner.
 class pipe_ends {
@@ -56,6 +69,17 @@ class pipe_ends {
   // child that exits on its own.
   for (const int crash : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
     ::signal(crash, SIG_DFL);
+  }
+  // What the child prints (the C library's report of a damaged heap, for one)
+  // is not for the user, who hears of the ending from this process; a
+  // sanitizer's report is kept for the developer.
+  const int nowhere = ::open("/dev/null", O_WRONLY);
+  if (nowhere >= 0) {
+    ::dup2(nowhere, STDOUT_FILENO);
+    if (!sanitized) {
+      ::dup2(nowhere, STDERR_FILENO);
+    }
+    ::close(nowhere);
   }
   std::string message = "R";
   try {
