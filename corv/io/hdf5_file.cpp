@@ -26,9 +26,15 @@ void quiet_hdf5() {
 // Jenkins' lookup3 hash with an initial value of 0, HDF5's metadata checksum.
 std::uint32_t metadata_checksum(const unsigned char* data, std::size_t length) {
   const auto rotate = [](std::uint32_t x, int k) { return (x << k) | (x >> (32 - k)); };
-  std::uint32_t a = 0xdeadbeef + static_cast<std::uint32_t>(length);
-  std::uint32_t b = a;
-  std::uint32_t c = a;
+  const auto mix = [&rotate](std::uint32_t& x, std::uint32_t& y, std::uint32_t& z, int k) {
+    x -= z;
+    x ^= rotate(z, k);
+    z += y;
+  };
+  const auto final_mix = [&rotate](std::uint32_t& x, std::uint32_t y, int k) {
+    x ^= y;
+    x -= rotate(y, k);
+  };
   const auto word = [data](std::size_t at, std::size_t available) {
     std::uint32_t value = 0;
     for (std::size_t i = 0; i < 4 && i < available; ++i) {
@@ -36,30 +42,20 @@ std::uint32_t metadata_checksum(const unsigned char* data, std::size_t length) {
     }
     return value;
   };
+  std::uint32_t a = 0xdeadbeef + static_cast<std::uint32_t>(length);
+  std::uint32_t b = a;
+  std::uint32_t c = a;
   std::size_t at = 0;
-  while (length - at > 12) {
+  for (; length - at > 12; at += 12) {
     a += word(at, 4);
     b += word(at + 4, 4);
     c += word(at + 8, 4);
-    a -= c;
-    a ^= rotate(c, 4);
-    c += b;
-    b -= a;
-    b ^= rotate(a, 6);
-    a += c;
-    c -= b;
-    c ^= rotate(b, 8);
-    b += a;
-    a -= c;
-    a ^= rotate(c, 16);
-    c += b;
-    b -= a;
-    b ^= rotate(a, 19);
-    a += c;
-    c -= b;
-    c ^= rotate(b, 4);
-    b += a;
-    at += 12;
+    mix(a, b, c, 4);
+    mix(b, c, a, 6);
+    mix(c, a, b, 8);
+    mix(a, b, c, 16);
+    mix(b, c, a, 19);
+    mix(c, a, b, 4);
   }
   const std::size_t left = length - at;
   if (left == 0) {
@@ -68,20 +64,13 @@ std::uint32_t metadata_checksum(const unsigned char* data, std::size_t length) {
   a += word(at, left);
   b += left > 4 ? word(at + 4, left - 4) : 0;
   c += left > 8 ? word(at + 8, left - 8) : 0;
-  c ^= b;
-  c -= rotate(b, 14);
-  a ^= c;
-  a -= rotate(c, 11);
-  b ^= a;
-  b -= rotate(a, 25);
-  c ^= b;
-  c -= rotate(b, 16);
-  a ^= c;
-  a -= rotate(c, 4);
-  b ^= a;
-  b -= rotate(a, 14);
-  c ^= b;
-  c -= rotate(b, 24);
+  final_mix(c, b, 14);
+  final_mix(a, c, 11);
+  final_mix(b, a, 25);
+  final_mix(c, b, 16);
+  final_mix(a, c, 4);
+  final_mix(b, a, 14);
+  final_mix(c, b, 24);
   return c;
 }
 
