@@ -16,7 +16,7 @@ export CCACHE_DIR ?= $(CURDIR)/.ccache
 export CCACHE_BASEDIR ?= $(CURDIR)
 export CCACHE_SLOPPINESS := pch_defines,time_macros,include_file_mtime,include_file_ctime
 
-.PHONY: run test deps build sanitize clean format
+.PHONY: run test deps build sanitize fuzz clean format
 
 deps:
 	@./scripts/install-deps.sh
@@ -48,11 +48,24 @@ test: build
 
 sanitize: deps
 	@$(MAKE) --no-print-directory BUILD_DIR=build-asan BUILD_TYPE=Debug build \
-	  CMAKE_EXTRA="-DCORV_SANITIZE=ON -DCORV_PYTHON=OFF -DCORV_BENCH=OFF -DCORV_VIEWER=OFF"
-	@cd build-asan && ctest --output-on-failure -j $(JOBS) -L cpp
+	  CMAKE_EXTRA="-DCORV_SANITIZE=ON -DCORV_PYTHON=OFF -DCORV_BENCH=OFF -DCORV_VIEWER=ON"
+	@cd build-asan && ctest --output-on-failure -j $(JOBS) -L "cpp|viewer"
+
+# Fuzzing: every reader of untrusted input under libFuzzer, AddressSanitizer and
+# UndefinedBehaviorSanitizer, FUZZ_SECONDS per target (CI runs a short round).
+# The corpora grow in build-fuzz/corpus; a finding stops the run and is kept in
+# build-fuzz/findings. See docs/robustness.md.
+FUZZ_SECONDS ?= 600
+fuzz: build
+	@mkdir -p build-fuzz
+	@CC=clang-14 CXX=clang++-14 cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=Debug \
+	  -DCORV_FUZZ=ON -DCORV_WERROR=$(CORV_WERROR) > build-fuzz/configure.log \
+	  || (cat build-fuzz/configure.log; exit 1)
+	@cmake --build build-fuzz -j $(JOBS)
+	@fuzz/run.sh build-fuzz $(BUILD_DIR)/bin/corv $(FUZZ_SECONDS)
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	@rm -rf build build-asan
+	@rm -rf build build-asan build-fuzz

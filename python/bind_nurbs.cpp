@@ -1,6 +1,6 @@
 #include <cstdint>
 
-#include "corv/analysis/nurbs.h"
+#include "corv/spectral/nurbs.h"
 #include "python/convert.h"
 #include "python/registry.h"
 

@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <regex>
 #include <sstream>
 #include <stack>
 #include <stdexcept>
@@ -17,42 +16,79 @@ op_node::op_node(matrix plane) : is_leaf(1), value(std::move(plane)) {}
 
 op_node::op_node(unsigned code) : operation_code(code) {}
 
+// Trees are taken apart and evaluated with stacks of their own rather than by
+// recursion, so that a formula of any length cannot exhaust the call stack.
 op_node::~op_node() {
-  left.reset();
-  right.reset();
+  std::vector<std::unique_ptr<op_node>> detached;
+  detached.push_back(std::move(right));
+  detached.push_back(std::move(left));
+  while (!detached.empty()) {
+    std::unique_ptr<op_node> node = std::move(detached.back());
+    detached.pop_back();
+    if (node) {
+      detached.push_back(std::move(node->right));
+      detached.push_back(std::move(node->left));
+    }
+  }
 }
 
-matrix op_node::result() const {
-  if (is_leaf) {
-    return value;
-  }
-  matrix l = left->result();
-  matrix r = right->result();
+namespace {
+
+matrix apply(unsigned operation_code, matrix l, matrix r) {
   if (l.n_elem != 1 && r.n_elem == 1) {
     r = matrix(l.n_rows, l.n_cols).fill(r(0, 0));
   } else if (l.n_elem == 1 && r.n_elem != 1) {
     l = matrix(r.n_rows, r.n_cols).fill(l(0, 0));
   }
   switch (operation_code) {
-    case multiply:
+    case op_node::multiply:
       return l % r;
-    case divide:
+    case op_node::divide:
       return l / r;
-    case add:
+    case op_node::add:
       return l + r;
-    case subtract:
+    case op_node::subtract:
       return l - r;
-    case less:
+    case op_node::less:
       return arma::conv_to<matrix>::from(l < r);
-    case greater:
+    case op_node::greater:
       return arma::conv_to<matrix>::from(l > r);
-    case power: {
+    case op_node::power: {
       const float exponent = r(0);  // only the first element of R is the exponent
       return l.transform([exponent](float x) { return std::pow(x, exponent); });
     }
     default:
       throw std::runtime_error("op_node result: Requested operation does not exist.");
   }
+}
+
+}  // namespace
+
+matrix op_node::result() const {
+  struct step {
+    const op_node* node;
+    bool operands_done;
+  };
+  std::vector<step> steps = {{this, false}};
+  std::vector<matrix> values;
+  while (!steps.empty()) {
+    const step current = steps.back();
+    steps.pop_back();
+    if (current.node->is_leaf) {
+      values.push_back(current.node->value);
+    } else if (!current.operands_done) {
+      steps.push_back({current.node, true});
+      steps.push_back({current.node->right.get(), false});
+      steps.push_back({current.node->left.get(), false});  // left first, as written
+    } else {
+      matrix r = std::move(values.back());
+      values.pop_back();
+      matrix l = std::move(values.back());
+      values.pop_back();
+      values.push_back(apply(current.node->operation_code, std::move(l), std::move(r)));
+    }
+  }
+  return values.back();
 }
 
 bool is_operator(const std::string& token) {
@@ -90,8 +126,9 @@ std::vector<std::string> band_maths_tokens(const std::string& formula) {
       spaced += c;
     }
   }
-  static const std::regex whitespace("[[:space:]]+");
-  std::istringstream words(std::regex_replace(spaced, whitespace, " "));
+  // Reading word by word splits at any run of whitespace (a regular expression
+  // would recurse once per character of a long run, and exhaust the stack).
+  std::istringstream words(spaced);
   std::vector<std::string> tokens;
   std::string token;
   while (words >> token) {

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <vector>
 
-#include "corv/analysis/nurbs_basis.h"
 #include "corv/io/logger.h"
+#include "corv/spectral/nurbs_basis.h"
 
 namespace corv {
 

@@ -1,4 +1,5 @@
 // corv: batch work on hyperspectral images from the command line.
+#include <csignal>
 #include <exception>
 #include <functional>
 #include <iostream>
@@ -8,6 +9,7 @@
 
 #include "corv/cli/arguments.h"
 #include "corv/cli/commands.h"
+#include "corv/io/file_path.h"
 #include "corv/io/logger.h"
 #include "corv/pipeline/pipeline.h"
 
@@ -68,6 +70,9 @@ const char* const usage_text =
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Past a file size limit a write fails with EFBIG and is reported, instead
+  // of the signal ending the program.
+  std::signal(SIGXFSZ, SIG_IGN);
   std::vector<std::string> words(argv + 1, argv + argc);
   corv::logger::instance().set_echo(false);
   while (!words.empty() && (words.front() == "-v" || words.front() == "--verbose")) {
@@ -102,7 +107,7 @@ int main(int argc, char** argv) {
               << "Try 'corv --help'.\n";
     return 2;
   } catch (const std::exception& error) {
-    std::cerr << error.what() << "\n";
+    std::cerr << corv::printable(error.what()) << "\n";
     return 1;
   }
 }

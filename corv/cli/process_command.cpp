@@ -180,7 +180,7 @@ std::unique_ptr<safe_file> illuminant_csv(pipeline& image, const std::string& na
   }
   auto file = std::make_unique<safe_file>(name);
   if (!file->is_open()) {
-    throw std::runtime_error("process: Cannot write " + name);
+    throw std::runtime_error("process: Cannot write " + name + ": " + file->reason() + ".");
   }
   std::ostream& out = file->stream();
   out << "wavelength,illuminant\n";
@@ -191,7 +191,7 @@ std::unique_ptr<safe_file> illuminant_csv(pipeline& image, const std::string& na
     out << '\n';
   }
   if (!file->close()) {
-    throw std::runtime_error("process: Cannot write " + name);
+    throw std::runtime_error("process: Cannot write " + name + ": " + file->reason() + ".");
   }
   return file;
 }
@@ -374,7 +374,7 @@ void write_outputs(const request& r, pipeline& image, bool reflectance) {
                false);
   }
   if (csv && !csv->commit()) {
-    throw std::runtime_error("process: Cannot write " + *r.csv_out);
+    throw std::runtime_error("process: Cannot write " + *r.csv_out + ": " + csv->reason() + ".");
   }
 }
 

@@ -1,5 +1,7 @@
 #include "corv/io/component_output.h"
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
@@ -74,23 +76,70 @@ writer image_cube(pipeline& source, bool reflectance) {
   };
 }
 
-// Writes a component when the pipeline can supply it, else logs the skip message.
-// Only the pipeline's refusal is a skip; a failing write is an error.
+// Writes a component when the pipeline can supply it, else logs the skip message
+// and returns false. Only the pipeline's refusal is a skip; a failing write is an
+// error.
 template <typename Fetch>
-void save_component(const std::string& base, const char* suffix, const char* display_name,
-                    const char* skip_message, Fetch fetch) {
+bool save_component(const std::string& stem, const char* skip_message, Fetch fetch) {
   writer write;
   try {
     write = fetch();
   } catch (const std::exception&) {
     logger::instance() << skip_message << "EOL";
-    return;
+    return false;
   }
-  write(base + suffix + ".fla");
-  logger::instance() << "component_output: Saved " << display_name << " to " << base << suffix
-                     << ".hdr"
-                     << "EOL";
+  write(stem + ".fla");
+  return true;
 }
+
+// The files of a set are written into a folder beside their directory and
+// moved into it once all are written, so that a failure half way (a full disk)
+// leaves none of them behind. The folder goes with this object.
+class staging_folder {
+ public:
+  staging_folder(const std::string& directory, const std::string& prefix)
+      : path_(fs::path(directory) / ("." + prefix + ".part" + std::to_string(::getpid()))) {
+    std::error_code error;
+    fs::remove_all(path_, error);
+    if (!fs::create_directory(path_, error)) {
+      log_and_throw("component_output: Cannot write in " + directory + ": " + error.message() +
+                    ".");
+    }
+  }
+  ~staging_folder() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  staging_folder(const staging_folder&) = delete;
+  staging_folder& operator=(const staging_folder&) = delete;
+
+  const fs::path& path() const { return path_; }
+
+  // Moves every file into the directory; on failure takes back those moved.
+  void move_into(const std::string& directory) const {
+    std::vector<fs::path> moved;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(path_, error)) {
+      const fs::path target = fs::path(directory) / entry.path().filename();
+      fs::rename(entry.path(), target, error);
+      if (error) {
+        break;
+      }
+      moved.push_back(target);
+    }
+    if (error) {
+      for (const fs::path& file : moved) {
+        std::error_code ignored;
+        fs::remove(file, ignored);
+      }
+      log_and_throw("component_output: Cannot write in " + directory + ": " + error.message() +
+                    ".");
+    }
+  }
+
+ private:
+  fs::path path_;
+};
 
 }  // namespace
 
@@ -109,6 +158,17 @@ void component_output::write(pipeline& source, const std::string& file_name) {
   }
   const std::string directory = path.parent_path().string();
 
+  // A directory made for the set goes again when the set cannot be written.
+  struct made_directory {
+    std::string path;
+    bool kept = false;
+    ~made_directory() {
+      std::error_code ignored;
+      if (!path.empty() && !kept) {
+        fs::remove(path, ignored);  // only when empty
+      }
+    }
+  } made;
   if (!directory_exists(directory)) {
     logger::instance() << "Directory " << directory << " doesn't exist, creating it."
                        << "EOL";
@@ -117,6 +177,7 @@ void component_output::write(pipeline& source, const std::string& file_name) {
     if (error || !directory_exists(directory)) {
       log_and_throw("component_output: Cannot create directory " + directory + ".");
     }
+    made.path = directory;
   }
   logger::instance() << "Outputting Components of " << prefix << " to " << directory << "EOL";
 
@@ -128,39 +189,46 @@ void component_output::write(pipeline& source, const std::string& file_name) {
                   "Wavelengths not present when saving HDR file.");
   }
 
-  const std::string base = (fs::path(directory) / prefix).string();
-  save_component(base, "_I", "I", "component_output: I not available, skipping..", [&] {
+  const staging_folder staging(directory, prefix);
+  const std::string final_base = (fs::path(directory) / prefix).string();
+  const std::string base = (staging.path() / prefix).string();
+  const auto save = [&](const char* suffix, const char* display_name, const char* skip_message,
+                        auto fetch) {
+    if (save_component(base + suffix, skip_message, fetch)) {
+      logger::instance() << "component_output: Saved " << display_name << " to " << final_base
+                         << suffix << ".hdr"
+                         << "EOL";
+    }
+  };
+  save("_I", "I", "component_output: I not available, skipping..", [&] {
     source.I();
     return image_cube(source, false);
   });
-  save_component(base, "_illuminant", "Illuminant",
-                 "component_output: illuminant not available, skipping...",
-                 [&] { return spectrum(source.illuminant(), wavelengths); });
-  save_component(base, "_k", "k", "component_output: k not available, skipping..",
-                 [&] { return plane(source.k()); });
-  save_component(base, "_g", "g", "component_output: g not available, skipping...",
-                 [&] { return plane(source.g()); });
-  save_component(base, "_s", "s", "component_output: s not available, skipping..", [&] {
+  save("_illuminant", "Illuminant", "component_output: illuminant not available, skipping...",
+       [&] { return spectrum(source.illuminant(), wavelengths); });
+  save("_k", "k", "component_output: k not available, skipping..",
+       [&] { return plane(source.k()); });
+  save("_g", "g", "component_output: g not available, skipping...",
+       [&] { return plane(source.g()); });
+  save("_s", "s", "component_output: s not available, skipping..", [&] {
     source.s();
     return image_cube(source, true);
   });
-  save_component(base, "_elements", "elements",
-                 "component_output: elements not available, skipping..",
-                 [&] { return spectra(source.material_elements(), wavelengths); });
-  save_component(base, "_abundances", "abundances",
-                 "component_output: abundances not available, skipping..",
-                 [&] { return per_pixel(source.material_element_abundances()); });
-  save_component(base, "_indexes", "indexes", "component_output: indexes not available, skipping..",
-                 [&] { return per_pixel(source.material_element_abundance_indexes()); });
-  save_component(base, "_endindexes", "endmember indexes",
-                 "component_output: endmember indexes not available, skipping..",
-                 [&] { return per_pixel(source.endmember_abundance_indexes()); });
-  save_component(base, "_endabundances", "endmember abundances",
-                 "component_output: endmember abundances not available, skipping..",
-                 [&] { return per_pixel(source.endmember_abundances()); });
+  save("_elements", "elements", "component_output: elements not available, skipping..",
+       [&] { return spectra(source.material_elements(), wavelengths); });
+  save("_abundances", "abundances", "component_output: abundances not available, skipping..",
+       [&] { return per_pixel(source.material_element_abundances()); });
+  save("_indexes", "indexes", "component_output: indexes not available, skipping..",
+       [&] { return per_pixel(source.material_element_abundance_indexes()); });
+  save("_endindexes", "endmember indexes",
+       "component_output: endmember indexes not available, skipping..",
+       [&] { return per_pixel(source.endmember_abundance_indexes()); });
+  save("_endabundances", "endmember abundances",
+       "component_output: endmember abundances not available, skipping..",
+       [&] { return per_pixel(source.endmember_abundances()); });
 
   const std::shared_ptr<spectral_library> library = source.library();
-  const std::string library_file = base + "_spectral_library.slz";
+  const std::string library_file = final_base + "_spectral_library.slz";
   if (!library) {
     logger::instance() << "component_output: Spectral Library not available, skipping.."
                        << "EOL";
@@ -168,7 +236,11 @@ void component_output::write(pipeline& source, const std::string& file_name) {
     logger::instance() << "component_output: Spectral Library is empty."
                        << "EOL";
   } else {
-    library->save(library_file);
+    library->save(base + "_spectral_library.slz");
+  }
+  staging.move_into(directory);
+  made.kept = true;
+  if (library && !library->empty()) {
     logger::instance() << "component_output: Saved Spectral Library to " << library_file << "EOL";
   }
 }

@@ -1,10 +1,13 @@
 #include "corv/io/envi_header.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <regex>
 #include <sstream>
+#include <stdexcept>
 
 #include "corv/io/file_path.h"
+#include "corv/io/memory_budget.h"
 
 namespace corv {
 
@@ -32,6 +35,33 @@ std::optional<double> parse_decimal(const std::string& text) {
     return std::nullopt;
   }
   return value;
+}
+
+std::uint64_t check_envi_data_file(const envi_extent& extent, const std::string& header_file,
+                                   const std::string& data_file) {
+  const std::string sizes =
+      std::to_string(extent.lines) + " lines x " + std::to_string(extent.samples) + " samples x " +
+      std::to_string(extent.bands) + " bands x " + std::to_string(extent.value_bytes) + " bytes";
+  const auto values =
+      checked_product({extent.lines, extent.samples, extent.bands, extent.value_bytes});
+  std::uint64_t needed = 0;
+  if (!values || __builtin_add_overflow(*values, extent.header_offset, &needed)) {
+    throw std::runtime_error("hdr_input: The sizes in " + header_file + " overflow: " + sizes +
+                             ".");
+  }
+  std::error_code error;
+  const std::uintmax_t held = std::filesystem::file_size(data_file, error);
+  if (error) {
+    throw std::runtime_error("hdr_input: Cannot read the size of " + data_file + ": " +
+                             error.message() + ".");
+  }
+  if (held < needed) {
+    throw std::runtime_error("hdr_input: " + data_file + " is too short: " + header_file +
+                             " describes " + std::to_string(needed) + " bytes (" + sizes +
+                             " after a header offset of " + std::to_string(extent.header_offset) +
+                             "), the file holds " + std::to_string(held) + ".");
+  }
+  return needed;
 }
 
 envi_header envi_header::parse(const std::string& text) {

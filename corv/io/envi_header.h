@@ -1,6 +1,7 @@
 #ifndef CORV_IO_ENVI_HEADER_H
 #define CORV_IO_ENVI_HEADER_H
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
@@ -32,6 +33,26 @@ class envi_header {
  private:
   std::map<std::string, std::string> entries_;
 };
+
+// The extent of an ENVI data file as its header describes it.
+struct envi_extent {
+  std::uint64_t lines = 0;
+  std::uint64_t samples = 0;
+  std::uint64_t bands = 0;
+  std::uint64_t value_bytes = 0;    // of one value of the data type
+  std::uint64_t header_offset = 0;  // bytes before the first value
+};
+
+// Checks a data file against its header before anything is read or allocated
+// and returns the bytes it must hold (header offset + lines x samples x bands x
+// value bytes; any bytes after them are ignored, as ENVI readers do). Throws
+// "hdr_input: The sizes in <header> overflow: <lines> lines x <samples> samples
+// x <bands> bands x <value bytes> bytes." and "hdr_input: <data file> is too
+// short: <header> describes <n> bytes (<lines> lines x <samples> samples x
+// <bands> bands x <value bytes> bytes after a header offset of <offset>), the
+// file holds <m>."
+std::uint64_t check_envi_data_file(const envi_extent& extent, const std::string& header_file,
+                                   const std::string& data_file);
 
 // A whole string read as a decimal number (blanks around it allowed).
 std::optional<double> parse_decimal(const std::string& text);

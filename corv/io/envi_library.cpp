@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <limits>
 #include <optional>
@@ -12,6 +13,7 @@
 #include "corv/io/envi_header.h"
 #include "corv/io/file_path.h"
 #include "corv/io/logger.h"
+#include "corv/io/memory_budget.h"
 
 namespace corv {
 
@@ -184,6 +186,22 @@ spectral_library read_envi_library(const std::string& file_name, missing_points 
     }
   }
 
+  // The data file must hold what the header describes before anything is made
+  // for it (a label per spectrum, the spectra).
+  const std::uint64_t value_size = data_type == 4 ? 4 : 8;
+  const auto described = checked_product({spectra, channels, value_size});
+  std::error_code unknown_size;
+  const std::uint64_t size = std::filesystem::file_size(files.data, unknown_size);
+  if (unknown_size) {
+    refuse("cannot open " + files.data);
+  }
+  if (!described || size < offset || size - offset < *described) {
+    refuse(files.data + " holds " + std::to_string(size) + " bytes, the header needs " +
+           (described && *described <= UINT64_MAX - offset ? std::to_string(offset + *described)
+                                                           : "more than 2^64"));
+  }
+  const std::uint64_t needed = *described;
+
   const auto listed = header.numbers("wavelength");
   if (!listed) {
     refuse("'wavelength' missing" + checked.in_header());
@@ -223,16 +241,9 @@ spectral_library read_envi_library(const std::string& file_name, missing_points 
     }
   }
 
-  const std::uint64_t value_size = data_type == 4 ? 4 : 8;
-  const std::uint64_t needed = spectra * channels * value_size;
-  std::ifstream data(files.data, std::ios::binary | std::ios::ate);
+  std::ifstream data(files.data, std::ios::binary);
   if (!data) {
     refuse("cannot open " + files.data);
-  }
-  const std::uint64_t size = static_cast<std::uint64_t>(data.tellg());
-  if (size < offset + needed) {
-    refuse(files.data + " holds " + std::to_string(size) + " bytes, the header needs " +
-           std::to_string(offset + needed));
   }
   std::string bytes(needed, '\0');
   data.seekg(static_cast<std::streamoff>(offset));

@@ -71,4 +71,54 @@ std::string trimmed(const std::string& text) {
   return text.substr(first, last - first + 1);
 }
 
+namespace {
+
+// The length of the valid UTF-8 sequence at text[i], or 0.
+std::size_t utf8_length(const std::string& text, std::size_t i) {
+  const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[k]); };
+  const unsigned char lead = byte(i);
+  std::size_t length = 0;
+  unsigned char low = 0x80, high = 0xBF;  // the allowed range of the second byte
+  if (lead >= 0xC2 && lead <= 0xDF) {
+    length = 2;
+  } else if (lead >= 0xE0 && lead <= 0xEF) {
+    length = 3;
+    low = lead == 0xE0 ? 0xA0 : 0x80;
+    high = lead == 0xED ? 0x9F : 0xBF;
+  } else if (lead >= 0xF0 && lead <= 0xF4) {
+    length = 4;
+    low = lead == 0xF0 ? 0x90 : 0x80;
+    high = lead == 0xF4 ? 0x8F : 0xBF;
+  }
+  if (length == 0 || i + length > text.size() || byte(i + 1) < low || byte(i + 1) > high) {
+    return 0;
+  }
+  for (std::size_t k = i + 2; k < i + length; ++k) {
+    if (byte(k) < 0x80 || byte(k) > 0xBF) {
+      return 0;
+    }
+  }
+  return length;
+}
+
+}  // namespace
+
+std::string printable(const std::string& text) {
+  static const char* const hex = "0123456789ABCDEF";
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size();) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    const std::size_t length = c >= 0x80 ? utf8_length(text, i) : (c < 0x20 || c == 0x7F ? 0 : 1);
+    if (length == 0) {
+      out += {'\\', 'x', hex[c >> 4], hex[c & 0xF]};
+      ++i;
+    } else {
+      out.append(text, i, length);
+      i += length;
+    }
+  }
+  return out;
+}
+
 }  // namespace corv

@@ -25,6 +25,9 @@ std::vector<std::string> files_in(const std::string& directory);
 std::string read_text_file(const std::string& name);
 std::string lower_case(std::string text);
 std::string trimmed(const std::string& text);
+// The text as one line of valid UTF-8, for messages that quote what a file
+// holds: control characters and bytes that are not UTF-8 become "\xNN".
+std::string printable(const std::string& text);
 
 }  // namespace corv
 

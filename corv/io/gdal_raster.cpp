@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "corv/io/memory_budget.h"
 #include "corv/io/transpose.h"
 
 namespace corv {
@@ -74,6 +75,13 @@ std::uint32_t gdal_raster::bands() const {
   return dataset_->GetRasterCount();
 }
 
+std::uint32_t gdal_raster::value_bytes() const {
+  GDALRasterBand* band = dataset_->GetRasterCount() > 0 ? dataset_->GetRasterBand(1) : nullptr;
+  return band == nullptr
+             ? 0
+             : static_cast<std::uint32_t>(GDALGetDataTypeSizeBytes(band->GetRasterDataType()));
+}
+
 std::vector<std::string> gdal_raster::metadata() const {
   std::vector<std::string> items;
   for (char** item = dataset_->GetMetadata(); item != nullptr && *item != nullptr; ++item) {
@@ -125,6 +133,9 @@ void gdal_raster::read_band(unsigned band, int first_row, int first_col, int row
 
 cube gdal_raster::read(const band_list& bands, int first_row, int first_col, int rows,
                        int cols) const {
+  require_memory(checked_product({static_cast<std::uint64_t>(rows),
+                                  static_cast<std::uint64_t>(cols), bands.size(), sizeof(float)}),
+                 "gdal_raster", dataset_->GetDescription());
   cube result(rows, cols, bands.size(), arma::fill::none);
 
   // Bands are shared out among threads, each with its own dataset (a GDAL dataset

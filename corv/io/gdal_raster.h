@@ -23,6 +23,8 @@ class gdal_raster {
   std::uint32_t height() const;
   std::uint32_t width() const;
   std::uint32_t bands() const;
+  // Bytes of one value of the first band's data type as the file stores it.
+  std::uint32_t value_bytes() const;
 
   // Items "KEY=VALUE" of the dataset's default metadata domain.
   std::vector<std::string> metadata() const;
@@ -34,7 +36,8 @@ class gdal_raster {
   void read_band(unsigned band, int first_row, int first_col, int rows, int cols,
                  float* slice) const;
   // Reads whole bands (or a rectangle of them) into a new cube, large cubes on
-  // several threads.
+  // several threads. A cube larger than this machine's memory is refused before
+  // it is allocated ("gdal_raster: <file> needs ...", see require_memory).
   cube read(const band_list& bands, int first_row, int first_col, int rows, int cols) const;
 
  private:

@@ -2,10 +2,13 @@
 
 #include <H5Cpp.h>
 
+#include <algorithm>
 #include <functional>
 #include <numeric>
+#include <optional>
 
 #include "corv/io/huge_pages.h"
+#include "corv/io/memory_budget.h"
 
 namespace corv {
 
@@ -41,7 +44,8 @@ void create_dataset(H5::Group& group, const std::string& name, const hdf5_shape&
 }
 
 template <typename T>
-hdf5_data<T> read_dataset(const H5::DataSet& dataset, const H5::PredType& memory_type) {
+hdf5_data<T> read_dataset(const H5::DataSet& dataset, const H5::PredType& memory_type,
+                          const std::string& path) {
   const H5::DataSpace space = dataset.getSpace();
   const int rank = space.getSimpleExtentNdims();
   std::vector<hsize_t> dims(static_cast<std::size_t>(rank));
@@ -50,6 +54,14 @@ hdf5_data<T> read_dataset(const H5::DataSet& dataset, const H5::PredType& memory
   }
   hdf5_data<T> data;
   data.shape.assign(dims.begin(), dims.end());
+  // A damaged file may declare any extent: check it before allocating.
+  std::optional<std::uint64_t> bytes = sizeof(T);
+  for (const hsize_t extent : dims) {
+    bytes = bytes ? checked_product({*bytes, extent}) : bytes;
+  }
+  if (!bytes || *bytes > physical_memory()) {
+    throw hdf5_error("the dataset is larger than this machine's memory", path);
+  }
   resize_large(data.values, element_count(data.shape));
   if (!data.values.empty()) {
     dataset.read(data.values.data(), memory_type);
@@ -178,6 +190,76 @@ void hdf5_group::write_dataset(const std::string& name, const hdf5_shape& shape,
   }
 }
 
+void hdf5_group::write_strings(const std::string& name, const std::vector<std::string>& values,
+                               int deflate_level) {
+  try {
+    const H5::StrType type(H5::PredType::C_S1, H5T_VARIABLE);
+    const hsize_t count = values.size();
+    H5::DataSpace space(1, &count);
+    H5::DSetCreatPropList properties;
+    if (count > 0) {
+      properties.setChunk(1, &count);
+      properties.setDeflate(static_cast<unsigned>(deflate_level));
+    }
+    H5::DataSet dataset = group_->createDataSet(name, type, space, properties);
+    std::vector<const char*> pointers;
+    pointers.reserve(values.size());
+    for (const auto& value : values) {
+      pointers.push_back(value.c_str());
+    }
+    if (count > 0) {
+      dataset.write(pointers.data(), type);
+    }
+  } catch (...) {
+    rethrow_as_hdf5_error(child_path(name));
+  }
+}
+
+std::vector<std::string> hdf5_group::read_strings(const std::string& name) const {
+  try {
+    const H5::DataSet dataset = group_->openDataSet(name);
+    const H5::DataSpace space = dataset.getSpace();
+    if (dataset.getTypeClass() != H5T_STRING || space.getSimpleExtentNdims() != 1) {
+      throw hdf5_error("not a one-dimensional string dataset", child_path(name));
+    }
+    hsize_t count = 0;
+    space.getSimpleExtentDims(&count);
+    const H5::StrType stored = dataset.getStrType();
+    const std::size_t size = stored.isVariableStr() ? sizeof(char*) : stored.getSize();
+    if (!checked_product({count, size}) || count * size > physical_memory()) {
+      throw hdf5_error("the dataset is larger than this machine's memory", child_path(name));
+    }
+    std::vector<std::string> values;
+    values.reserve(count);
+    if (stored.isVariableStr()) {
+      const H5::StrType type(H5::PredType::C_S1, H5T_VARIABLE);
+      std::vector<char*> pointers(count, nullptr);
+      if (count > 0) {
+        dataset.read(pointers.data(), type);
+      }
+      for (const char* text : pointers) {
+        values.emplace_back(text != nullptr ? text : "");
+      }
+      if (count > 0) {
+        H5::DataSet::vlenReclaim(pointers.data(), type, space);
+      }
+    } else {
+      std::vector<char> buffer(size * count);
+      if (count > 0) {
+        dataset.read(buffer.data(), stored);
+      }
+      for (hsize_t i = 0; i < count; ++i) {
+        std::string value(buffer.data() + i * size, size);
+        value.resize(std::min(value.find('\0'), value.size()));
+        values.push_back(value);
+      }
+    }
+    return values;
+  } catch (...) {
+    rethrow_as_hdf5_error(child_path(name));
+  }
+}
+
 hdf5_data<std::uint16_t> hdf5_group::read_uint16_dataset(const std::string& name) const {
   try {
     const H5::DataSet dataset = group_->openDataSet(name);
@@ -187,7 +269,7 @@ hdf5_data<std::uint16_t> hdf5_group::read_uint16_dataset(const std::string& name
     if (!fits) {
       throw hdf5_error("not an unsigned 16-bit integer dataset", child_path(name));
     }
-    return read_dataset<std::uint16_t>(dataset, H5::PredType::NATIVE_UINT16);
+    return read_dataset<std::uint16_t>(dataset, H5::PredType::NATIVE_UINT16, child_path(name));
   } catch (...) {
     rethrow_as_hdf5_error(child_path(name));
   }
@@ -199,7 +281,7 @@ hdf5_data<double> hdf5_group::read_double_dataset(const std::string& name) const
     if (dataset.getTypeClass() != H5T_FLOAT) {
       throw hdf5_error("not a floating-point dataset", child_path(name));
     }
-    return read_dataset<double>(dataset, H5::PredType::NATIVE_DOUBLE);
+    return read_dataset<double>(dataset, H5::PredType::NATIVE_DOUBLE, child_path(name));
   } catch (...) {
     rethrow_as_hdf5_error(child_path(name));
   }

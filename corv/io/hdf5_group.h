@@ -54,6 +54,14 @@ class hdf5_group {
   void write_dataset(const std::string& name, const hdf5_shape& shape, const double* values,
                      const hdf5_shape& chunk, int deflate_level);
 
+  // A one-dimensional dataset of variable-length C strings, one chunk deflated
+  // at the level (contiguous when empty).
+  void write_strings(const std::string& name, const std::vector<std::string>& values,
+                     int deflate_level);
+  // A one-dimensional dataset of variable- or fixed-length strings; trailing
+  // NULs of fixed-length values are dropped.
+  std::vector<std::string> read_strings(const std::string& name) const;
+
   // Reads a whole integer dataset as unsigned 16-bit values, or a whole
   // floating-point dataset as doubles; another type class is an error.
   hdf5_data<std::uint16_t> read_uint16_dataset(const std::string& name) const;

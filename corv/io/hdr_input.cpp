@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <stdexcept>
 
 #include "corv/io/envi_header.h"
@@ -52,6 +53,16 @@ hdr_input::hdr_input(const std::string& file_name, bool hold) : hold_(hold) {
   height_ = raster_->height();
   width_ = raster_->width();
   bands_ = raster_->bands();
+  // GDAL reads past the end of a short data file as zeros: refuse it instead.
+  envi_extent extent;
+  extent.lines = height_;
+  extent.samples = width_;
+  extent.bands = bands_;
+  extent.value_bytes = raster_->value_bytes();
+  const long long offset =
+      std::strtoll(trimmed(header.value("header offset")).c_str(), nullptr, 10);
+  extent.header_offset = offset > 0 ? static_cast<std::uint64_t>(offset) : 0;
+  check_envi_data_file(extent, header_file_, data_file_);
   read_wavelengths(header_text);
 }
 

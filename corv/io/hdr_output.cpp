@@ -19,6 +19,11 @@ namespace corv {
 
 namespace {
 
+// The system's reason for a failed write, before the format's own message.
+void log_reason(const safe_file& file) {
+  logger::instance() << "HDR_Output: " << file.target() << ": " << file.reason() << "EOL";
+}
+
 bool valid_data_type(int code) {
   return code == 1 || code == 2 || code == 4 || code == 12;
 }
@@ -26,11 +31,15 @@ bool valid_data_type(int code) {
 // Stores image lines in the file's type. Integer types hold
 // trunc(x / largest * type maximum); what cannot be represented (negative values
 // in unsigned types, NaN) becomes 0.
+// The division comes first: x * (type maximum / largest) rounds the largest
+// element to just below the type maximum for some largest values (0.7 among them).
 template <typename T>
-void store_lines(const float* lines, std::size_t count, double scale, char* bytes) {
+void store_lines(const float* lines, std::size_t count, double largest, char* bytes) {
   T* out = reinterpret_cast<T*>(bytes);
+  const double type_max = static_cast<double>(std::numeric_limits<T>::max());
   for (std::size_t i = 0; i < count; ++i) {
-    const double v = std::trunc(static_cast<double>(lines[i]) * scale);
+    const double v =
+        largest > 0 ? std::trunc(static_cast<double>(lines[i]) / largest * type_max) : 0.0;
     const bool representable = std::isfinite(v) && v >= std::numeric_limits<T>::lowest() &&
                                v <= std::numeric_limits<T>::max();
     out[i] = representable ? static_cast<T>(v) : T(0);
@@ -47,12 +56,7 @@ arma::uword lines_per_chunk(arma::uword samples) {
 
 // Writes the cube band by band, each band line by line, a chunk of lines at a time.
 bool write_data(std::ostream& stream, const cube& data, int data_type) {
-  double scale = 1.0;
-  if (data_type != 4) {
-    const double largest = data.empty() ? 0.0 : static_cast<double>(data.max());
-    const double type_max = data_type == 1 ? 255.0 : data_type == 2 ? 32767.0 : 65535.0;
-    scale = largest > 0 ? type_max / largest : 0.0;
-  }
+  const double largest = data.empty() || data_type == 4 ? 0.0 : static_cast<double>(data.max());
   const std::size_t type_size = data_type == 1 ? 1 : data_type == 4 ? 4 : 2;
   const arma::uword chunk = std::min(data.n_rows, lines_per_chunk(data.n_cols));
   const std::size_t chunk_elements = static_cast<std::size_t>(chunk) * data.n_cols;
@@ -68,13 +72,13 @@ bool write_data(std::ostream& stream, const cube& data, int data_type) {
       const char* bytes = stored.get();
       switch (data_type) {
         case 1:
-          store_lines<std::uint8_t>(lines.get(), elements, scale, stored.get());
+          store_lines<std::uint8_t>(lines.get(), elements, largest, stored.get());
           break;
         case 2:
-          store_lines<std::int16_t>(lines.get(), elements, scale, stored.get());
+          store_lines<std::int16_t>(lines.get(), elements, largest, stored.get());
           break;
         case 12:
-          store_lines<std::uint16_t>(lines.get(), elements, scale, stored.get());
+          store_lines<std::uint16_t>(lines.get(), elements, largest, stored.get());
           break;
         default:
           bytes = reinterpret_cast<const char*>(lines.get());
@@ -154,24 +158,30 @@ void hdr_output::write(pipeline& source, const std::string& file_name) {
   const std::string data_name = data_path.full();
   safe_file header(header_name);
   if (!header.is_open()) {
+    log_reason(header);
     log_and_throw("HDR_Output: Error Opening " + header_name + " for writing.",
                   "Cannot open file " + header_name + " for writing.");
   }
   const std::string text = header_text(*data, wavelengths);
   header.stream().write(text.data(), static_cast<std::streamsize>(text.size()));
   if (!header.close()) {
+    log_reason(header);
     log_and_throw("HDR_Output: Error during .hdr file writing.", "Error writing HDR file.");
   }
 
   safe_file raw(data_name);
   if (!raw.is_open()) {
+    log_reason(raw);
     log_and_throw("HDR_Output: Error Opening " + data_name + " for writing.",
                   "Cannot open file " + data_name + " for writing.");
   }
-  if (!write_data(raw.stream(), *data, data_type_) || !raw.close()) {
+  const bool written = write_data(raw.stream(), *data, data_type_);
+  if (!raw.close() || !written) {
+    log_reason(raw);
     log_and_throw("HDR_Output: Error during data file writing.", "Error writing HDR data file.");
   }
   if (!raw.commit() || !header.commit()) {
+    log_reason(raw.reason().empty() ? header : raw);
     log_and_throw("HDR_Output: Error during data file writing.", "Error writing HDR data file.");
   }
 }

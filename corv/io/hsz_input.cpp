@@ -4,8 +4,9 @@
 #include <stdexcept>
 #include <utility>
 
-#include "corv/analysis/nurbs.h"
 #include "corv/io/huge_pages.h"
+#include "corv/io/memory_budget.h"
+#include "corv/spectral/nurbs.h"
 
 namespace corv {
 
@@ -113,11 +114,11 @@ std::vector<double> hsz_input::curve_spectra(const hsz_part& part, std::int32_t 
   }
   const std::int32_t wanted = stored_degree >= 0 ? stored_degree : nurbs_degree_;
   const std::size_t degree = wanted < 2 ? 2 : static_cast<std::size_t>(wanted);
+  const std::size_t knots = part.element_knots.rows();
   const std::size_t controls = part.element_cp.rows();
   count = part.element_cp.cols();
-  const std::size_t knots = controls + degree + 1;
-  if (part.element_cp.slices() != 1 || part.element_knots.cols() != 1 ||
-      part.element_knots.slices() != 1 || part.element_knots.rows() != knots + count * controls) {
+  if (part.element_knots.cols() != 1 || part.element_knots.slices() != 1 ||
+      part.element_cp.slices() != 2 || controls < degree + 1 || knots != controls + degree + 1) {
     refuse("Data size mismatch: " + name +
            "->NURBS Knots and Control Points do not fit curves of degree " +
            std::to_string(degree) + ".");
@@ -141,21 +142,23 @@ std::vector<double> hsz_input::curve_spectra(const hsz_part& part, std::int32_t 
     }
     knot_vector(i) = knot;
   }
-  const double first = stored_waves.front();
-  const double span = stored_waves.back() - first;
   nurbs_control_points points;
   points.wavelengths.set_size(1, count, controls);
   points.values.set_size(1, count, controls);
-  const std::vector<double>& values = part.element_cp.values();
+  const std::vector<double>& cp = part.element_cp.values();
   for (std::size_t j = 0; j < count; ++j) {
     for (std::size_t i = 0; i < controls; ++i) {
-      points.wavelengths(0, j, i) =
-          static_cast<float>(first + span * stored[knots + j * controls + i]);
-      points.values(0, j, i) = static_cast<float>(values[j * controls + i]);
+      points.wavelengths(0, j, i) = static_cast<float>(cp[j * controls + i]);
+      points.values(0, j, i) = static_cast<float>(cp[(count + j) * controls + i]);
     }
   }
-  const cube read = nurbs_evaluate(knot_vector, points, static_cast<std::uint32_t>(degree),
-                                   arma::conv_to<vector>::from(stored_waves));
+  cube read;
+  try {
+    read = nurbs_evaluate(knot_vector, points, static_cast<std::uint32_t>(degree),
+                          arma::conv_to<vector>::from(stored_waves));
+  } catch (const std::exception& error) {
+    refuse(name + "->NURBS curves cannot be read back: " + error.what());
+  }
   std::vector<double> spectra(bands_ * count);
   for (std::size_t j = 0; j < count; ++j) {
     for (std::size_t b = 0; b < bands_; ++b) {
@@ -282,6 +285,8 @@ cube hsz_input::compose_s() const {
     }
   }
 
+  require_memory(checked_product({height_, width_, bands_, sizeof(float)}), "hsz_input",
+                 "The reflectance cube of " + file_name_);
   const std::size_t rows = height_;
   const std::size_t bands = bands_;
   const std::size_t pixels = rows * width_;
@@ -331,6 +336,8 @@ cube hsz_input::compose_s() const {
 }
 
 cube hsz_input::compose_I() {
+  require_memory(checked_product({height_, width_, bands_, 2 * sizeof(float)}), "hsz_input",
+                 "The image cube of " + file_name_);
   const vector light = illuminant();
   const matrix specular = k();
   const matrix shading = g();

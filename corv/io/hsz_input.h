@@ -14,12 +14,13 @@ namespace corv {
 //   s(r, c, b) = sum over j of S abundance(r, c, j) x element[S index(r, c, j) - 1](b)
 //   I(:, :, b) = L(b) x (g % s(:, :, b) + k)
 // Element and endmember indexes are 1-based in the file and 0-based here.
-// A part whose encoding is "NURBS" stores its element spectra as curves
-// (ElementKnots and ElementCP, laid out as hsz_output writes them); they are
-// read back at the header's wavelengths (nurbs_evaluate). The curves' degree is
-// the header's "degreeNURBSK", "degreeNURBSL" or "degreeNURBSS" when the file
-// carries it, else the NURBS degree this input was given (the pipeline's), a
-// degree below 2 counting as 2 as for the encoder.
+// A part whose encoding is "NURBS" stores its element spectra as curves: the
+// knot vector in ElementKnots and the control points in ElementCP (one row per
+// point, one column per spectrum; slice 0 their wavelengths, slice 1 their
+// values). They are read back at the header's wavelengths (nurbs_evaluate).
+// The curves' degree is the header's "degreeNURBSK", "degreeNURBSL" or
+// "degreeNURBSS" when the file carries it, else the NURBS degree this input was
+// given (the pipeline's), a degree below 2 counting as 2 as for the encoder.
 class hsz_input : public input {
  public:
   // Throws "Error constructing HSZ: <reason>" when the file is refused and

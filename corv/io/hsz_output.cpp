@@ -4,12 +4,12 @@
 #include <cmath>
 #include <stdexcept>
 
-#include "corv/analysis/nurbs.h"
 #include "corv/io/hsz_record.h"
 #include "corv/io/huge_pages.h"
 #include "corv/io/logger.h"
 #include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
+#include "corv/spectral/nurbs.h"
 
 namespace corv {
 
@@ -34,6 +34,27 @@ value_block values_of(const Array& values) {
   resize_large(copy, values.n_elem);
   std::copy(values.begin(), values.end(), copy.begin());
   return value_block(shape_of(values), std::move(copy));
+}
+
+// A value that is not a finite number cannot be quantised: it is stored as 0,
+// what the recovery stages give the pixels they cannot model, and the writer
+// says how many there were.
+template <typename Array>
+Array finite(Array values, const std::string& name) {
+  std::size_t replaced = 0;
+  values.transform([&replaced](float x) {
+    if (std::isfinite(x)) {
+      return x;
+    }
+    ++replaced;
+    return 0.0f;
+  });
+  if (replaced > 0) {
+    logger::instance() << "hsz_output: " << name << " holds " << std::to_string(replaced)
+                       << " values that are not finite numbers; they are stored as 0."
+                       << "EOL";
+  }
+  return values;
 }
 
 // The library counts elements from 0, the file from 1.
@@ -80,16 +101,12 @@ T take(Get get, const std::string& log_line, const std::string& thrown_text) {
 // Stores spectra (one per column) as curves on one knot vector, with the
 // pipeline's NURBS settings passed on unchanged (the encoder applies its own
 // rules to them):
-//   ElementKnots: one column holding the knot vector, then for each spectrum
-//     the wavelengths of its control points, mapped from the first..last band
-//     wavelength onto 0..1. Knots and these wavelengths share that range, so
-//     the array's 16-bit quantisation serves both, and the spectra's values
-//     (which may span anything) stay out of it.
-//   ElementCP: the values of the control points, one column per spectrum.
-// The file does not record the degree (no "degreeNURBS" key): a reader needs
-// the pipeline's degree; the array sizes must fit it.
-void encode_curves(const matrix& spectra, const vector& wavelengths, const parameters& settings,
-                   hsz_part& part) {
+//   ElementKnots: the knot vector, one column.
+//   ElementCP: the control points, one row per point and one column per
+//     spectrum; slice 0 holds their wavelengths (nm), slice 1 their values.
+// Returns the curves' degree, which the header records.
+std::int32_t encode_curves(const matrix& spectra, const vector& wavelengths,
+                           const parameters& settings, hsz_part& part) {
   const arma::uword bands = spectra.n_rows, count = spectra.n_cols;
   cube curves(1, count, bands);
   for (arma::uword j = 0; j < count; ++j) {
@@ -99,26 +116,24 @@ void encode_curves(const matrix& spectra, const vector& wavelengths, const param
   }
   vector knots;
   nurbs_control_points points;
-  generate_nurbs(curves, cube(0, 0, bands), wavelengths, knots, points,
-                 static_cast<std::uint32_t>(settings.nurbs_degree),
+  const auto degree = static_cast<std::uint32_t>(std::max(settings.nurbs_degree, 2));
+  generate_nurbs(curves, cube(0, 0, bands), wavelengths, knots, points, degree,
                  static_cast<std::uint32_t>(settings.nurbs_knots_threshold), settings.nurbs_alpha,
                  settings.nurbs_max_iterations, settings.verbosity);
   const arma::uword controls = points.values.n_slices;
-  const double first = wavelengths(0);
-  const double span = double(wavelengths(bands - 1)) - first;
-  std::vector<double> knot_column(knots.begin(), knots.end());
-  std::vector<double> values(controls * count);
+  std::vector<double> values(controls * count * 2);
   for (arma::uword j = 0; j < count; ++j) {
     for (arma::uword i = 0; i < controls; ++i) {
-      knot_column.push_back((double(points.wavelengths(0, j, i)) - first) / span);
-      values[j * controls + i] = points.values(0, j, i);
+      values[j * controls + i] = points.wavelengths(0, j, i);
+      values[(count + j) * controls + i] = points.values(0, j, i);
     }
   }
-  const auto rows = static_cast<std::uint32_t>(knot_column.size());
-  part.element_knots = value_block({rows, 1, 1}, std::move(knot_column));
+  part.element_knots = value_block({static_cast<std::uint32_t>(knots.n_elem), 1, 1},
+                                   std::vector<double>(knots.begin(), knots.end()));
   part.element_cp =
-      value_block({static_cast<std::uint32_t>(controls), static_cast<std::uint32_t>(count), 1},
+      value_block({static_cast<std::uint32_t>(controls), static_cast<std::uint32_t>(count), 2},
                   std::move(values));
+  return static_cast<std::int32_t>(degree);
 }
 
 hsz_record record_of(pipeline& source) {
@@ -127,16 +142,21 @@ hsz_record record_of(pipeline& source) {
       take<vector>([&] { return source.wavelengths(); }, "HSZ Out: Error reading Wavelengths.",
                    "Error retrieving wavelengths.");
   const vector illuminant =
-      take<vector>([&] { return source.illuminant(); }, "HSZ Out: Error reading Illuminant.",
-                   "Error retrieving Illuminant.");
-  const matrix k =
-      take<matrix>([&] { return source.k(); }, "HSZ Out: Error reading K.", "Error retrieving K.");
+      finite(take<vector>([&] { return source.illuminant(); }, "HSZ Out: Error reading Illuminant.",
+                          "Error retrieving Illuminant."),
+             "L->Elements");
+  const matrix k = finite(
+      take<matrix>([&] { return source.k(); }, "HSZ Out: Error reading K.", "Error retrieving K."),
+      "K->Factor");
   const std::string s_log = "HSZ Out: Error reading S (Maybe you didn't generate abundances).";
   const std::string s_thrown = "Error retrieving S components.";
-  const matrix g = take<matrix>([&] { return source.g(); }, s_log, s_thrown);
-  const matrix elements = take<matrix>([&] { return source.material_elements(); }, s_log, s_thrown);
+  const matrix g =
+      finite(take<matrix>([&] { return source.g(); }, s_log, s_thrown), "S->Factor (g)");
+  const matrix elements = finite(
+      take<matrix>([&] { return source.material_elements(); }, s_log, s_thrown), "S->Elements");
   const cube abundances =
-      take<cube>([&] { return source.material_element_abundances(); }, s_log, s_thrown);
+      finite(take<cube>([&] { return source.material_element_abundances(); }, s_log, s_thrown),
+             "S->Element Abundances");
   const cube indexes =
       take<cube>([&] { return source.material_element_abundance_indexes(); }, s_log, s_thrown);
 
@@ -169,7 +189,7 @@ hsz_record record_of(pipeline& source) {
 
   // L: the illuminant as the single element of every pixel.
   if (settings.nurbs_encoding) {
-    encode_curves(matrix(illuminant), wavelengths, settings, record.l);
+    header.degree_nurbs_l = encode_curves(matrix(illuminant), wavelengths, settings, record.l);
   } else {
     record.l.elements = values_of(matrix(illuminant));
   }
@@ -189,7 +209,7 @@ hsz_record record_of(pipeline& source) {
   // the elements that each pixel mixes, the depth of the abundance arrays.
   header.indexed_s = 1;
   if (settings.nurbs_encoding) {
-    encode_curves(elements, wavelengths, settings, record.s);
+    header.degree_nurbs_s = encode_curves(elements, wavelengths, settings, record.s);
   } else {
     record.s.elements = values_of(elements);
   }
@@ -208,11 +228,12 @@ hsz_record record_of(pipeline& source) {
     }
     if (!library->empty()) {
       record.endmembers_s.labels = library->labels();
-      record.s.endmembers = values_of(library->endmembers());
+      record.s.endmembers = values_of(finite(library->endmembers(), "S->Endmembers"));
     }
     // Endmember abundances exist once the image has been unmixed.
     try {
-      const cube endmember_abundances = source.endmember_abundances();
+      const cube endmember_abundances =
+          finite(source.endmember_abundances(), "S->Endmember Abundances");
       const cube endmember_indexes = source.endmember_abundance_indexes();
       record.s.endmember_abundances = values_of(endmember_abundances);
       record.s.endmember_abundance_indexes =
@@ -237,8 +258,9 @@ void hsz_output::write(pipeline& source, const std::string& file_name) {
   const hsz_record record = record_of(source);
   if (!record.save(file_name, true)) {
     logger::instance() << "hsz_output: Warning - Overwriting file " << file_name << "EOL";
-    if (!record.save(file_name, true)) {
-      log_and_throw("hsz_output: Could not save " + file_name);
+    std::string failure;
+    if (!record.save(file_name, true, &failure)) {
+      log_and_throw("hsz_output: Could not save " + file_name + ": " + failure);
     }
   }
   logger::instance() << "hsz_output: Saved " << file_name << "EOL";

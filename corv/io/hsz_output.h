@@ -15,9 +15,10 @@ namespace corv {
 // With the pipeline's NURBS encoding on, the spectra of L and S are stored as
 // curves on one knot vector per part (generate_nurbs with the pipeline's NURBS
 // settings): EncodingL and EncodingS are "NURBS", Elements stays empty, and
-// ElementKnots and ElementCP hold the curves (see encode_curves in the source
-// for the layout). The curve degree is not recorded, so a reader needs the
-// pipeline's degree. K keeps the illuminant as it is.
+// ElementKnots holds the knot vector and ElementCP the control points (one row
+// per point, one column per curve; slice 0 their wavelengths, slice 1 their
+// values); "degreeNURBSL" and "degreeNURBSS" record the curves' degree. K keeps
+// the illuminant as it is.
 class hsz_output : public output {
  public:
   void write(pipeline& source, const std::string& file_name) override;

@@ -1,9 +1,6 @@
 #include "corv/io/hsz_record.h"
 
-#include <unistd.h>
-
 #include <array>
-#include <filesystem>
 #include <stdexcept>
 #include <utility>
 
@@ -43,7 +40,7 @@ const std::array<std::pair<const char*, number_field>, 20> number_keys = {{
 }};
 
 // Numbers that files may carry: the NURBS curve degree of each part. Written
-// only when set (not -1), which hsz_output never does.
+// only when set (not -1).
 const std::array<std::pair<const char*, number_field>, 3> optional_number_keys = {{
     {"degreeNURBSK", &hsz_header::degree_nurbs_k},
     {"degreeNURBSL", &hsz_header::degree_nurbs_l},
@@ -191,34 +188,6 @@ void read_part(const hdf5_group& group, const std::string& part_name, hsz_part& 
   }
 }
 
-// A file being written under a temporary name; removed unless kept.
-class temporary_file {
- public:
-  explicit temporary_file(const std::string& target)
-      : name_(target + ".part" + std::to_string(static_cast<long>(::getpid()))) {}
-  ~temporary_file() {
-    if (!kept_) {
-      std::error_code ignored;
-      std::filesystem::remove(name_, ignored);
-    }
-  }
-  temporary_file(const temporary_file&) = delete;
-  temporary_file& operator=(const temporary_file&) = delete;
-
-  const std::string& name() const { return name_; }
-  // Renames the file to the target; an error text on failure.
-  std::string move_to(const std::string& target) {
-    std::error_code error;
-    std::filesystem::rename(name_, target, error);
-    kept_ = !error;
-    return error ? error.message() : std::string();
-  }
-
- private:
-  std::string name_;
-  bool kept_ = false;
-};
-
 }  // namespace
 
 bool hsz_record::valid() const {
@@ -230,16 +199,16 @@ bool hsz_record::valid() const {
          labelled(endmembers_l) && labelled(endmembers_s);
 }
 
-bool hsz_record::save(const std::string& file_name, bool overwrite) const {
+bool hsz_record::save(const std::string& file_name, bool overwrite, std::string* failure) const {
   if (!valid()) {
     log_and_throw("HSZ Save: invalid object");
   }
   if (!overwrite && file_exists(file_name)) {
     log_and_throw("HSZ Save: File already exists: " + file_name);
   }
-  temporary_file temporary(file_name);
+  const std::lock_guard<std::mutex> hdf5_in_use(hdf5_file::activity());
   try {
-    hdf5_file file = hdf5_file::create(temporary.name());
+    hdf5_file file = hdf5_file::create(file_name);
     {
       hdf5_group root = file.root();
       write_header(root, header, deflate_level);
@@ -252,18 +221,31 @@ bool hsz_record::save(const std::string& file_name, bool overwrite) const {
     file.close();
   } catch (const hdf5_error& error) {
     logger::instance() << "HSZ Save: " << error.text() << " in: " << error.location() << "EOL";
-    return false;
-  }
-  const std::string failure = temporary.move_to(file_name);
-  if (!failure.empty()) {
-    logger::instance() << "HSZ Save: " << failure << " in: " << file_name << "EOL";
+    if (failure != nullptr) {
+      *failure = error.text();
+    }
     return false;
   }
   return true;
 }
 
 bool hsz_record::load(const std::string& file_name) {
-  if (file_name.empty() || !file_exists(file_name) || !hdf5_file::is_hdf5(file_name)) {
+  if (file_name.empty() || !file_exists(file_name)) {
+    throw std::runtime_error("HSZ Read: Invalid file name: " + file_name);
+  }
+  const std::string damage = hdf5_file::trial_read(file_name, [&file_name] {
+    hsz_record trial;
+    trial.read(file_name);
+  });
+  if (!damage.empty()) {
+    throw std::runtime_error("HSZ Read: " + file_name + " is damaged: " + damage + ".");
+  }
+  return read(file_name);
+}
+
+bool hsz_record::read(const std::string& file_name) {
+  const std::lock_guard<std::mutex> hdf5_in_use(hdf5_file::activity());
+  if (!hdf5_file::is_hdf5(file_name)) {
     throw std::runtime_error("HSZ Read: Invalid file name: " + file_name);
   }
   hsz_record loaded;

@@ -43,7 +43,7 @@ struct hsz_header {
   std::string encoding_l;
   std::string encoding_s;
   // NURBS curve degrees ("degreeNURBSK", ...), -1 when the file does not carry
-  // them; written only when set, which hsz_output never does.
+  // them; written only when set (hsz_output sets those of its NURBS parts).
   std::int32_t degree_nurbs_k = -1;
   std::int32_t degree_nurbs_l = -1;
   std::int32_t degree_nurbs_s = -1;
@@ -91,16 +91,22 @@ struct hsz_record {
   // so that a failed save leaves no partial file. Throws (after logging) "HSZ
   // Save: invalid object" and "HSZ Save: File already exists: <name>" (when
   // overwrite is clear). An HDF5 failure is logged as "HSZ Save: <error> in:
-  // <location>" and returns false.
-  bool save(const std::string& file_name, bool overwrite) const;
+  // <location>" and returns false, with the error's text in `failure` when given.
+  bool save(const std::string& file_name, bool overwrite, std::string* failure = nullptr) const;
 
   // Replaces the record with the file's contents. Throws "HSZ Read: Invalid file
   // name: <name>" (empty, missing or not HDF5), "HSZ Read: unknown group under
   // root: <name>", "Unknown HDR parameter: <name>" and "HSZ Read: unknown sub
   // group name: <name> in root group: <part>". An HDF5 failure is logged as
   // "HSZ Read: <error>\nLocation: <location>" and returns false. On failure the
-  // record is left as it was.
+  // record is left as it was. A file on which the HDF5 library crashes or
+  // loops is refused with "HSZ Read: <name> is damaged: <why>." (see
+  // hdf5_file::trial_read).
   bool load(const std::string& file_name);
+
+ private:
+  // load() once the file has been read in a child process.
+  bool read(const std::string& file_name);
 };
 
 }  // namespace corv

@@ -251,7 +251,8 @@ void write_library_csv(const spectral_library& library, const std::string& file_
   const vector& wavelengths = library.wavelengths();
   safe_file file(file_name);
   if (!file.is_open()) {
-    throw std::runtime_error("write_library_csv: cannot write " + file_name);
+    throw std::runtime_error("write_library_csv: Cannot write " + file_name + ": " + file.reason() +
+                             ".");
   }
   std::ostream& out = file.stream();
   out << "wavelength";
@@ -268,7 +269,8 @@ void write_library_csv(const spectral_library& library, const std::string& file_
     out << '\n';
   }
   if (!file.commit()) {
-    throw std::runtime_error("write_library_csv: cannot write " + file_name);
+    throw std::runtime_error("write_library_csv: Cannot write " + file_name + ": " + file.reason() +
+                             ".");
   }
 }
 

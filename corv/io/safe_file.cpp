@@ -2,24 +2,46 @@
 
 #include <unistd.h>
 
-#include <cstdio>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 
 namespace corv {
 
-safe_file::safe_file(const std::string& target)
-    : target_(target),
-      temporary_(target + ".part" + std::to_string(static_cast<long>(::getpid()))) {
-  stream_.open(temporary_, std::ios::binary | std::ios::trunc);
+temporary_file::temporary_file(const std::string& target)
+    : target_(target), name_(target + ".part" + std::to_string(static_cast<long>(::getpid()))) {}
+
+temporary_file::~temporary_file() {
+  if (!committed_) {
+    std::error_code ignored;
+    std::filesystem::remove(name_, ignored);
+  }
+}
+
+std::string temporary_file::commit() {
+  std::error_code error;
+  std::filesystem::rename(name_, target_, error);
+  committed_ = !error;
+  return error ? error.message() : std::string();
+}
+
+safe_file::safe_file(const std::string& target) : file_(target) {
+  errno = 0;
+  stream_.open(file_.name(), std::ios::binary | std::ios::trunc);
+  if (!stream_.is_open()) {
+    note_failure();
+  }
 }
 
 safe_file::~safe_file() {
   if (stream_.is_open()) {
     stream_.close();
   }
-  if (!committed_) {
-    std::error_code ignored;
-    std::filesystem::remove(temporary_, ignored);
+}
+
+void safe_file::note_failure() {
+  if (reason_.empty()) {
+    reason_ = errno != 0 ? std::strerror(errno) : "write failed";
   }
 }
 
@@ -27,20 +49,28 @@ bool safe_file::close() {
   if (!stream_.is_open()) {
     return false;
   }
+  if (!stream_.good()) {
+    note_failure();
+  }
   stream_.flush();
   const bool good = stream_.good();
   stream_.close();
-  return good && !stream_.fail();
+  if (!good || stream_.fail()) {
+    note_failure();
+    return false;
+  }
+  return true;
 }
 
 bool safe_file::commit() {
   if (stream_.is_open() && !close()) {
     return false;
   }
-  std::error_code error;
-  std::filesystem::rename(temporary_, target_, error);
-  committed_ = !error;
-  return committed_;
+  const std::string failure = file_.commit();
+  if (!failure.empty() && reason_.empty()) {
+    reason_ = failure;
+  }
+  return failure.empty();
 }
 
 }  // namespace corv

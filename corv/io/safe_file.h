@@ -6,9 +6,29 @@
 
 namespace corv {
 
-// A binary file written under a temporary name beside its target and renamed
-// into place by commit(). Destroyed without commit, it removes the temporary,
-// so a failed write never leaves a half-written file behind.
+// A name beside a target file under which the file is written before it is
+// renamed into place: every writer of the library goes through one, so that a
+// failed write (a full disk, a file size limit) never leaves a half-written
+// file behind. Destroyed without commit, it removes whatever was written.
+class temporary_file {
+ public:
+  explicit temporary_file(const std::string& target);
+  ~temporary_file();
+  temporary_file(const temporary_file&) = delete;
+  temporary_file& operator=(const temporary_file&) = delete;
+
+  const std::string& name() const { return name_; }
+  const std::string& target() const { return target_; }
+  // Renames the file to its target; the system's reason on failure, else "".
+  std::string commit();
+
+ private:
+  std::string target_;
+  std::string name_;
+  bool committed_ = false;
+};
+
+// A binary file written through a stream under a temporary_file.
 class safe_file {
  public:
   explicit safe_file(const std::string& target);
@@ -22,13 +42,17 @@ class safe_file {
   bool close();
   // Moves the finished file to its target name; false on failure.
   bool commit();
-  const std::string& target() const { return target_; }
+  const std::string& target() const { return file_.target(); }
+  // Why opening, writing or committing failed, in the system's words ("No space
+  // left on device"); empty while nothing has failed.
+  const std::string& reason() const { return reason_; }
 
  private:
-  std::string target_;
-  std::string temporary_;
+  void note_failure();
+
+  temporary_file file_;
   std::ofstream stream_;
-  bool committed_ = false;
+  std::string reason_;
 };
 
 }  // namespace corv

@@ -1,8 +1,5 @@
 #include "corv/io/slz_file.h"
 
-#include <H5Cpp.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -25,75 +22,6 @@ const char* const incorrect_size = "Incorrect Endmember number or wavelength siz
 
 [[noreturn]] void hdf5_failure(const hdf5_error& error) {
   throw std::runtime_error("HDF5 Error in " + error.location() + ": " + error.text());
-}
-
-// The labels are the one dataset of the file that is not numbers: a vector of
-// variable-length C strings. The shared HDF5 wrappers hold strings only as
-// attributes, so this is done here on a second handle of the same open file
-// (HDF5 shares one open file between handles).
-void write_labels(const std::string& file_name, const std::vector<std::string>& labels) {
-  try {
-    H5::H5File file(file_name, H5F_ACC_RDWR);
-    H5::Group group = file.createGroup("Labels");
-    const H5::StrType type(H5::PredType::C_S1, H5T_VARIABLE);
-    const hsize_t count = labels.size();
-    H5::DataSpace space(1, &count);
-    H5::DSetCreatPropList properties;
-    properties.setChunk(1, &count);
-    properties.setDeflate(deflate_level);
-    H5::DataSet dataset = group.createDataSet("DATA", type, space, properties);
-    std::vector<const char*> pointers;
-    pointers.reserve(labels.size());
-    for (const auto& label : labels) {
-      pointers.push_back(label.c_str());
-    }
-    dataset.write(pointers.data(), type);
-  } catch (...) {
-    rethrow_as_hdf5_error("/Labels/DATA");
-  }
-}
-
-std::vector<std::string> read_labels(const std::string& file_name) {
-  try {
-    H5::H5File file(file_name, H5F_ACC_RDONLY);
-    const H5::DataSet dataset = file.openDataSet("/Labels/DATA");
-    const H5::DataSpace space = dataset.getSpace();
-    if (dataset.getTypeClass() != H5T_STRING || space.getSimpleExtentNdims() != 1) {
-      throw hdf5_error("not a one-dimensional string dataset", "/Labels/DATA");
-    }
-    hsize_t count = 0;
-    space.getSimpleExtentDims(&count);
-    std::vector<std::string> labels;
-    labels.reserve(count);
-    const H5::StrType stored = dataset.getStrType();
-    if (stored.isVariableStr()) {
-      const H5::StrType type(H5::PredType::C_S1, H5T_VARIABLE);
-      std::vector<char*> pointers(count, nullptr);
-      if (count > 0) {
-        dataset.read(pointers.data(), type);
-      }
-      for (const char* text : pointers) {
-        labels.emplace_back(text ? text : "");
-      }
-      if (count > 0) {
-        H5::DataSet::vlenReclaim(pointers.data(), type, space);
-      }
-    } else {
-      const std::size_t size = stored.getSize();
-      std::vector<char> buffer(size * count);
-      if (count > 0) {
-        dataset.read(buffer.data(), stored);
-      }
-      for (hsize_t i = 0; i < count; ++i) {
-        std::string label(buffer.data() + i * size, size);
-        label.resize(std::min(label.find('\0'), label.size()));
-        labels.push_back(label);
-      }
-    }
-    return labels;
-  } catch (...) {
-    rethrow_as_hdf5_error("/Labels/DATA");
-  }
 }
 
 double single_value(const hdf5_group& group, const std::string& name) {
@@ -199,15 +127,15 @@ void slz_file::save(const std::string& file_name, bool overwrite) const {
   if (!overwrite && std::filesystem::exists(file_name)) {
     throw std::runtime_error("File already exists: " + file_name);
   }
+  const std::lock_guard<std::mutex> hdf5_in_use(hdf5_file::activity());
 
-  const std::string temporary = file_name + ".part" + std::to_string(static_cast<long>(::getpid()));
   try {
-    hdf5_file file = hdf5_file::create(temporary);
+    hdf5_file file = hdf5_file::create(file_name);
     {
       hdf5_group root = file.root();
       quantised::write_matrix(root, "Endmembers", arma::conv_to<arma::mat>::from(endmembers_),
                               deflate_level);
-      write_labels(temporary, labels_);
+      root.create_group("Labels").write_strings("DATA", labels_, deflate_level);
       hdf5_group header = root.create_group("HDR");
       quantised::write_scalar(header, "numEndmembers", count_, deflate_level);
       quantised::write_vector(header, "wavelength",
@@ -221,24 +149,27 @@ void slz_file::save(const std::string& file_name, bool overwrite) const {
     }
     file.close();
   } catch (const hdf5_error& error) {
-    std::error_code ignored;
-    std::filesystem::remove(temporary, ignored);
     hdf5_failure(error);
-  } catch (...) {
-    std::error_code ignored;
-    std::filesystem::remove(temporary, ignored);
-    throw;
-  }
-  std::error_code error;
-  std::filesystem::rename(temporary, file_name, error);
-  if (error) {
-    std::filesystem::remove(temporary, error);
-    throw std::runtime_error("HDF5 Error in rename to " + file_name + ": " + error.message());
   }
 }
 
 void slz_file::load(const std::string& file_name) {
-  if (file_name.empty() || !hdf5_file::is_hdf5(file_name)) {
+  if (file_name.empty() || !file_exists(file_name)) {
+    throw std::runtime_error("Invalid file name: " + file_name);
+  }
+  const std::string damage = hdf5_file::trial_read(file_name, [&file_name] {
+    slz_file trial;
+    trial.read(file_name);
+  });
+  if (!damage.empty()) {
+    throw std::runtime_error("Damaged file: " + file_name + ": " + damage + ".");
+  }
+  read(file_name);
+}
+
+void slz_file::read(const std::string& file_name) {
+  const std::lock_guard<std::mutex> hdf5_in_use(hdf5_file::activity());
+  if (!hdf5_file::is_hdf5(file_name)) {
     throw std::runtime_error("Invalid file name: " + file_name);
   }
   slz_file loaded;
@@ -251,7 +182,7 @@ void slz_file::load(const std::string& file_name) {
         loaded.endmembers_ = read_endmembers(root);
         has_endmembers = true;
       } else if (name == "Labels") {
-        loaded.labels_ = read_labels(file_name);
+        loaded.labels_ = root.open_group("Labels").read_strings("DATA");
         has_labels = true;
       } else if (name == "HDR") {
         const hdf5_group header = root.open_group(name);

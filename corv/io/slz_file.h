@@ -54,10 +54,15 @@ class slz_file {
   // and the name). HDF5 failures throw "HDF5 Error in <operation>: <text>".
   void save(const std::string& file_name, bool overwrite) const;
   // Replaces everything with the file's contents. A file without the
-  // "metadata" attribute (an older file) is accepted with a note on stdout.
+  // "metadata" attribute (an older file) is accepted with a note on stdout. A
+  // file on which the HDF5 library crashes or loops is refused with "Damaged
+  // file: <name>: <why>." (see hdf5_file::trial_read).
   void load(const std::string& file_name);
 
  private:
+  // load() once the file has been read in a child process.
+  void read(const std::string& file_name);
+
   arma::vec wavelengths_;
   int count_ = 0;
   arma::fmat endmembers_;

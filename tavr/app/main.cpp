@@ -14,10 +14,10 @@
 #include <QTimer>
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <memory>
 
-#include "corv/io/logger.h"
 #include "tavr/app/main_window.h"
 #include "tavr/camera/camera_controller.h"
 #include "tavr/camera/camera_panel.h"
@@ -319,8 +319,10 @@ int main(int argc, char** argv) {
   QApplication::setOrganizationName(tavr::settings_organisation);
   QApplication::setApplicationName(tavr::settings_application);
   QApplication::setApplicationVersion(tavr::viewer_version);
-  // The library's log is kept for the viewer, not copied to the terminal.
-  corv::logger::instance().set_echo(false);
+  // Past a file size limit a save fails with EFBIG and is reported, instead of
+  // the signal ending the program with every unsaved image. The library's log
+  // is echoed to standard output, as the library does by default.
+  std::signal(SIGXFSZ, SIG_IGN);
 
   QCommandLineParser parser;
   parser.setApplicationDescription("Tavrel, the Corvantis hyperspectral image viewer.");

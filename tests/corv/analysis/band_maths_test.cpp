@@ -29,6 +29,13 @@ TEST(band_maths_test, numbers_follow_the_languages_precedence_rules) {
   EXPECT_FLOAT_EQ(scalar("i1[0]"), 0.0f);  // not an image operand: atof gives 0
   EXPECT_FLOAT_EQ(scalar("3 > 2"), 1.0f);
   EXPECT_FLOAT_EQ(scalar("3 < 2"), 0.0f);
+  // Formulas of any length or depth, and long runs of blanks.
+  std::string sum = "1";
+  for (int i = 0; i < 200000; ++i) {
+    sum += "+1";
+  }
+  EXPECT_FLOAT_EQ(scalar(sum + std::string(100000, ' ')), 200001.0f);
+  EXPECT_FLOAT_EQ(scalar(std::string(50000, '(') + "2" + std::string(50000, ')')), 2.0f);
   EXPECT_EQ(Parse(band_maths_tokens("2*(3+4)^2")),
             (std::vector<std::string>{"2", "3", "4", "+", "*", "2", "^"}));
   EXPECT_EQ(Parse(band_maths_tokens("-(I1[0]+I1[1])")),

@@ -207,6 +207,13 @@ TEST_F(envi_library_test, headers_that_do_not_describe_spectra_are_refused) {
             "read_envi_library: 'data ignore value' is not a number" + in);
   EXPECT_EQ(refusal(library_header(wavelengths + "lines = 3\n")),
             "read_envi_library: " + dir / "lib.sli" + " holds 24 bytes, the header needs 36");
+  // Checked before a label is made for each of the spectra the header claims.
+  EXPECT_EQ(
+      refusal(library_header(wavelengths + "lines = 4000000000\n")),
+      "read_envi_library: " + dir / "lib.sli" + " holds 24 bytes, the header needs 48000000000");
+  EXPECT_EQ(
+      refusal(library_header("lines = 1000000000000000\nsamples = 1000000000000000\n")),
+      "read_envi_library: " + dir / "lib.sli" + " holds 24 bytes, the header needs more than 2^64");
 }
 
 TEST_F(envi_library_test, real_libraries_read_with_names_and_wavelengths_in_nanometres) {

@@ -212,6 +212,36 @@ TEST_F(hdr_input_test, headers_that_are_not_spectral_images_are_refused_with_rea
             "hdr_input: Cannot parse the wavelengths of " + dir / "short.hdr" + " (2 bands).");
 }
 
+TEST_F(hdr_input_test, data_files_shorter_than_their_header_or_than_memory_are_refused) {
+  // 2 x 3 x 2 16-bit values need 24 bytes after the offset.
+  const std::string wavelengths = "data type = 12\nwavelength = {1, 2}\n";
+  write_text(dir / "cut.hdr", header(2, 3, 2, wavelengths));
+  write_text(dir / "cut.fla", std::string(23, '\1'));
+  EXPECT_EQ(thrown_text([&] { hdr_input(dir / "cut.hdr"); }),
+            "hdr_input: " + dir / "cut.fla" + " is too short: " + dir / "cut.hdr" +
+                " describes 24 bytes (2 lines x 3 samples x 2 bands x 2 bytes after a header "
+                "offset of 0), the file holds 23.");
+  write_text(dir / "cut.hdr",
+             "ENVI\nsamples = 3\nlines = 2\nbands = 2\nheader offset = 8\n" + wavelengths);
+  write_text(dir / "cut.fla", std::string(31, '\1'));
+  EXPECT_NE(thrown_text([&] { hdr_input(dir / "cut.hdr"); }).find("describes 32 bytes"),
+            std::string::npos);
+  write_text(dir / "cut.fla", std::string(40, '\1'));  // trailing bytes are ignored
+  EXPECT_EQ(hdr_input(dir / "cut.hdr").I().n_elem, 12u);
+
+  // A sparse file as large as its header says, far larger than memory.
+  write_text(dir / "huge.hdr", header(1000000, 1000000, 2, wavelengths));
+  write_text(dir / "huge.fla", "");
+  std::filesystem::resize_file(dir / "huge.fla", 4000000000000ull);
+  hdr_input huge(dir / "huge.hdr");
+  EXPECT_EQ(thrown_text([&] { huge.I(); })
+                .rfind("gdal_raster: " + dir / "huge.fla" +
+                           " needs 7629395 MiB of memory, more than "
+                           "this machine has (",
+                       0),
+            0u);
+}
+
 TEST_F(hdr_input_test, wavelengths_come_from_band_items_even_when_bands_have_names) {
   const std::vector<float> values = {1, 2, 3};
   write_text(dir / "named.hdr",

@@ -91,6 +91,18 @@ TEST_F(hdr_output_test, integer_types_scale_the_largest_element_to_the_type_maxi
   hdr_output(false, 1).write(p, dir / "u8.raw");
   EXPECT_EQ(values_of<std::uint8_t>(dir / "u8.raw"), (std::vector<std::uint8_t>{255, 127, 38, 0}));
   EXPECT_NE(read_bytes(dir / "u8.hdr").find("data type = 1\n"), std::string::npos);
+
+  // Maxima for which x * (type maximum / largest) falls just short of the maximum.
+  for (const float largest : {0.7f, 0.9f, 0.3f, 0.35f}) {
+    pipeline one;
+    one.set_I(cube(1, 1, 1, arma::fill::value(largest)), vector{1});
+    hdr_output(false, 12).write(one, dir / "m.raw");
+    EXPECT_EQ(values_of<std::uint16_t>(dir / "m.raw")[0], 65535) << largest;
+    hdr_output(false, 2).write(one, dir / "m.raw");
+    EXPECT_EQ(values_of<std::int16_t>(dir / "m.raw")[0], 32767) << largest;
+    hdr_output(false, 1).write(one, dir / "m.raw");
+    EXPECT_EQ(values_of<std::uint8_t>(dir / "m.raw")[0], 255) << largest;
+  }
 }
 
 TEST_F(hdr_output_test, refusals_leave_no_file_behind) {

@@ -124,6 +124,7 @@ TEST(slz_file_test, loading_refuses_unusable_names_and_incomplete_files) {
     hdf5_group root = other.root();
     quantised::write_matrix(root, "Endmembers", arma::mat(2, 2, arma::fill::ones));
     root.create_group("Unrelated");
+    other.close();
   }
   EXPECT_EQ(thrown_text([&] { file.load(dir / "other.h5"); }),
             "Missing group Labels in file: " + dir / "other.h5");

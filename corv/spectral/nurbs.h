@@ -1,5 +1,5 @@
-#ifndef CORV_ANALYSIS_NURBS_H
-#define CORV_ANALYSIS_NURBS_H
+#ifndef CORV_SPECTRAL_NURBS_H
+#define CORV_SPECTRAL_NURBS_H
 
 #include <cstddef>
 #include <cstdint>
@@ -8,6 +8,9 @@
 
 namespace corv {
 
+// The spectral codecs sit beneath the file formats, which store their results:
+// they use nothing of the library but its types and its logger.
+//
 // Spectra compressed as NURBS curves (all weights 1). Every spectrum of an image
 // becomes a clamped curve C(u) = (wavelength(u), value(u)), u in [0, 1], of one
 // degree, on one knot vector shared by all pixels, so that a pixel is stored as

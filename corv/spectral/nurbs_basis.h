@@ -1,5 +1,5 @@
-#ifndef CORV_ANALYSIS_NURBS_BASIS_H
-#define CORV_ANALYSIS_NURBS_BASIS_H
+#ifndef CORV_SPECTRAL_NURBS_BASIS_H
+#define CORV_SPECTRAL_NURBS_BASIS_H
 
 #include <cstddef>
 #include <vector>

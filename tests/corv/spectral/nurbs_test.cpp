@@ -1,4 +1,4 @@
-#include "corv/analysis/nurbs.h"
+#include "corv/spectral/nurbs.h"
 
 #include <gtest/gtest.h>
 

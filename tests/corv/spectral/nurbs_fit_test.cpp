@@ -1,10 +1,10 @@
-#include "corv/analysis/nurbs_fit.h"
+#include "corv/spectral/nurbs_fit.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 
-#include "corv/analysis/nurbs_basis.h"
+#include "corv/spectral/nurbs_basis.h"
 
 namespace corv {
 namespace {

@@ -1,4 +1,4 @@
-#include "corv/analysis/nurbs_basis.h"
+#include "corv/spectral/nurbs_basis.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,10 +1,10 @@
-#include "corv/analysis/nurbs_fit.h"
+#include "corv/spectral/nurbs_fit.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
-#include "corv/analysis/nurbs_basis.h"
+#include "corv/spectral/nurbs_basis.h"
 
 namespace corv {
 

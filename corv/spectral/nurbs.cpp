@@ -1,4 +1,4 @@
-#include "corv/analysis/nurbs.h"
+#include "corv/spectral/nurbs.h"
 
 #include <algorithm>
 #include <atomic>
@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "corv/analysis/nurbs_basis.h"
-#include "corv/analysis/nurbs_fit.h"
 #include "corv/io/logger.h"
+#include "corv/spectral/nurbs_basis.h"
+#include "corv/spectral/nurbs_fit.h"
 
 namespace corv {
 
