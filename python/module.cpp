@@ -28,7 +28,7 @@ void bind_all(py::module_& m) {
 
 }  // namespace corv::python
 
-PYBIND11_MODULE(corv, m) {
+PYBIND11_MODULE(_corv, m) {
   m.doc() = "Corvantis hyperspectral processing library";
   corv::python::bind_all(m);
 }
