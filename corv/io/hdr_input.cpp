@@ -227,6 +227,11 @@ cube hdr_input::read(const band_list& bands, int first_row, int first_col, int l
                        last_col - first_col + 1);
 }
 
+cube hdr_input::read_part(const band_list& bands, int first_row, int first_col, int last_row,
+                          int last_col) {
+  return read(bands, first_row, first_col, last_row, last_col);
+}
+
 cube hdr_input::whole() {
   if (hold_) {
     return *held();

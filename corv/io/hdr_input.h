@@ -30,6 +30,11 @@ class hdr_input : public input {
   GDALDataset* gdal_dataset_ptr() override;
   int input_kind() const override { return kind_hdr; }
 
+  // Rows first_row .. last_row and columns first_col .. last_col (inclusive)
+  // of the listed bands of the cube the file holds, I or, for a reflectance
+  // image, s, with the crop and band checks of I: for reading an image in parts.
+  cube read_part(const band_list& bands, int first_row, int first_col, int last_row, int last_col);
+
   bool is_reflectance() const { return reflectance_; }
   bool hold() const { return hold_; }
   void set_hold(bool hold);

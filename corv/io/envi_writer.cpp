@@ -1,0 +1,199 @@
+#include "corv/io/envi_writer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <iomanip>
+#include <limits>
+#include <sstream>
+
+#include "corv/io/file_path.h"
+#include "corv/io/logger.h"
+#include "corv/io/safe_file.h"
+#include "corv/io/transpose.h"
+
+namespace corv {
+
+namespace {
+
+// Large enough that a band or several go out in one call.
+constexpr std::size_t staged_capacity = std::size_t{8} << 20;
+
+// Integer types hold trunc(x * scale); what cannot be represented (negative
+// values in unsigned types, NaN) becomes 0.
+template <typename T>
+void store_values(const float* values, std::size_t count, double scale, char* bytes) {
+  T* out = reinterpret_cast<T*>(bytes);
+  for (std::size_t i = 0; i < count; ++i) {
+    const double v = std::trunc(static_cast<double>(values[i]) * scale);
+    const bool representable = std::isfinite(v) && v >= std::numeric_limits<T>::lowest() &&
+                               v <= std::numeric_limits<T>::max();
+    out[i] = representable ? static_cast<T>(v) : T(0);
+  }
+}
+
+std::size_t size_of_type(int data_type) {
+  return data_type == 1 ? 1 : data_type == 4 ? 4 : 2;
+}
+
+}  // namespace
+
+std::string envi_header_text(arma::uword rows, arma::uword cols, const vector& wavelengths,
+                             int data_type, bool reflectance) {
+  std::ostringstream text;
+  text << "ENVI\n"
+       << "description = {\n"
+       << (reflectance ? "REFLECTANCE" : "IRRADIANCE") << "\n}\n"
+       << "sensor type = unknown\n"
+       << "file type = ENVI Standard\n"
+       << "header offset = 0\n"
+       << "samples = " << cols << "\n"
+       << "lines = " << rows << "\n"
+       << "bands = " << wavelengths.n_elem << "\n"
+       << "data type = " << data_type << "\n"
+       << "interleave = bsq\n"
+       << "byte order = 0\n"
+       << "wavelength = {\n";
+  text << std::fixed << std::setprecision(4);
+  for (arma::uword b = 0; b < wavelengths.n_elem; ++b) {
+    text << " " << wavelengths(b) << (b + 1 < wavelengths.n_elem ? ",\n" : "");
+  }
+  text << "}\n";
+  return text.str();
+}
+
+std::string envi_data_name(const std::string& file_name) {
+  if (file_name.empty()) {
+    log_and_throw("HDR_Output: Oops, looks like you forgot to set a filename!",
+                  "No filename set for HDR file save.");
+  }
+  file_path data_path = file_path::split(file_name);
+  if (data_path.extension.empty()) {
+    log_and_throw("HDR_Output: Error, no file extension.",
+                  "No file extension on file chosen for HDR save.");
+  }
+  if (data_path.extension == ".hdr" || data_path.extension == ".HDR") {
+    data_path.extension = ".fla";
+    logger::instance() << "HDR_Output: Datafile extension supplied as '.hdr', using '.fla'"
+                       << "EOL";
+  }
+  return data_path.full();
+}
+
+envi_writer::envi_writer(const std::string& data_name, arma::uword rows, arma::uword cols,
+                         const vector& wavelengths, int data_type, bool reflectance, double largest)
+    : rows_(rows),
+      cols_(cols),
+      bands_(wavelengths.n_elem),
+      data_type_(data_type),
+      type_size_(size_of_type(data_type)) {
+  if (data_type != 4) {
+    const double type_max = data_type == 1 ? 255.0 : data_type == 2 ? 32767.0 : 65535.0;
+    scale_ = largest > 0 ? type_max / largest : 0.0;
+  }
+  const std::string header_name = file_path::split(data_name).with_extension(".hdr");
+  header_ = std::make_unique<safe_file>(header_name);
+  if (!header_->is_open()) {
+    log_and_throw("HDR_Output: Error Opening " + header_name + " for writing.",
+                  "Cannot open file " + header_name + " for writing.");
+  }
+  const std::string text = envi_header_text(rows, cols, wavelengths, data_type, reflectance);
+  header_->stream().write(text.data(), static_cast<std::streamsize>(text.size()));
+  if (!header_->close()) {
+    log_and_throw("HDR_Output: Error during .hdr file writing.", "Error writing HDR file.");
+  }
+  data_ = std::make_unique<safe_file>(data_name);
+  if (!data_->is_open()) {
+    log_and_throw("HDR_Output: Error Opening " + data_name + " for writing.",
+                  "Cannot open file " + data_name + " for writing.");
+  }
+  staged_.resize(staged_capacity);
+}
+
+envi_writer::~envi_writer() = default;
+
+void envi_writer::fail() const {
+  log_and_throw("HDR_Output: Error during data file writing.", "Error writing HDR data file.");
+}
+
+void envi_writer::flush() {
+  if (staged_bytes_ == 0) {
+    return;
+  }
+  std::ofstream& stream = data_->stream();
+  if (position_ != staged_offset_) {
+    stream.seekp(static_cast<std::streamoff>(staged_offset_));
+  }
+  stream.write(staged_.data(), static_cast<std::streamsize>(staged_bytes_));
+  if (!stream) {
+    fail();
+  }
+  position_ = staged_offset_ + staged_bytes_;
+  staged_bytes_ = 0;
+}
+
+void envi_writer::store(const float* values, std::size_t count, std::uint64_t offset) {
+  const std::size_t bytes = count * type_size_;
+  if (staged_bytes_ > 0 &&
+      (offset != staged_offset_ + staged_bytes_ || staged_bytes_ + bytes > staged_.size())) {
+    flush();
+  }
+  if (staged_bytes_ == 0) {
+    staged_offset_ = offset;
+  }
+  if (bytes > staged_.size()) {
+    staged_.resize(bytes);
+  }
+  char* to = staged_.data() + staged_bytes_;
+  switch (data_type_) {
+    case 1:
+      store_values<std::uint8_t>(values, count, scale_, to);
+      break;
+    case 2:
+      store_values<std::int16_t>(values, count, scale_, to);
+      break;
+    case 12:
+      store_values<std::uint16_t>(values, count, scale_, to);
+      break;
+    default:
+      std::memcpy(to, values, bytes);
+      break;
+  }
+  staged_bytes_ += bytes;
+}
+
+void envi_writer::write_lines(const float* slice, arma::uword count, arma::uword band,
+                              arma::uword first_row) {
+  // A megabyte of lines at a time, turned while they are still in the cache.
+  const arma::uword chunk = std::max<arma::uword>(
+      16, (std::size_t{1} << 20) / (sizeof(float) * std::max<arma::uword>(cols_, 1)));
+  lines_.resize(static_cast<std::size_t>(std::min(chunk, count)) * cols_);
+  for (arma::uword row = 0; row < count; row += chunk) {
+    const arma::uword n = std::min(chunk, count - row);
+    // The slice's columns, read as lines, turn into the image's lines.
+    transpose_into(slice + row, count, cols_, n, lines_.data(), cols_);
+    const std::uint64_t offset =
+        (static_cast<std::uint64_t>(band) * rows_ + first_row + row) * cols_;
+    store(lines_.data(), static_cast<std::size_t>(n) * cols_, offset * type_size_);
+  }
+}
+
+void envi_writer::write_rows(const cube& block, arma::uword first_row) {
+  for (arma::uword b = 0; b < bands_; ++b) {
+    write_lines(block.slice_memptr(b), block.n_rows, b, first_row);
+  }
+}
+
+void envi_writer::write_band(const matrix& plane, arma::uword band) {
+  write_lines(plane.memptr(), rows_, band, 0);
+}
+
+void envi_writer::commit() {
+  flush();
+  if (!data_->close() || !data_->commit() || !header_->commit()) {
+    fail();
+  }
+}
+
+}  // namespace corv
