@@ -5,6 +5,7 @@
 #include "corv/analysis/classification_preamble.h"
 #include "corv/analysis/nnls.h"
 #include "corv/analysis/spectral_angle.h"
+#include "corv/io/huge_pages.h"
 #include "corv/io/logger.h"
 
 namespace corv {
@@ -87,6 +88,9 @@ void rank_tiles(const image_view& image, const reference_angles& angles, arma::u
   const arma::uword rows = image.rows, cols = image.cols, plane = rows * cols;
   cube best_values(rows, cols, k, arma::fill::none);
   cube best_numbers(rows, cols, k, arma::fill::none);
+  // Untouched yet: huge pages spare most of the page faults of filling them.
+  advise_huge_pages(best_values.memptr(), best_values.n_elem * sizeof(float));
+  advise_huge_pages(best_numbers.memptr(), best_numbers.n_elem * sizeof(float));
   float* out_values = best_values.memptr();
   float* out_numbers = best_numbers.memptr();
 

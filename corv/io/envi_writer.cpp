@@ -133,8 +133,7 @@ void envi_writer::flush() {
   staged_bytes_ = 0;
 }
 
-void envi_writer::store(const float* values, std::size_t count, std::uint64_t offset) {
-  const std::size_t bytes = count * type_size_;
+char* envi_writer::stage(std::size_t bytes, std::uint64_t offset) {
   if (staged_bytes_ > 0 &&
       (offset != staged_offset_ + staged_bytes_ || staged_bytes_ + bytes > staged_.size())) {
     flush();
@@ -146,36 +145,41 @@ void envi_writer::store(const float* values, std::size_t count, std::uint64_t of
     staged_.resize(bytes);
   }
   char* to = staged_.data() + staged_bytes_;
-  switch (data_type_) {
-    case 1:
-      store_values<std::uint8_t>(values, count, scale_, to);
-      break;
-    case 2:
-      store_values<std::int16_t>(values, count, scale_, to);
-      break;
-    case 12:
-      store_values<std::uint16_t>(values, count, scale_, to);
-      break;
-    default:
-      std::memcpy(to, values, bytes);
-      break;
-  }
   staged_bytes_ += bytes;
+  return to;
 }
 
 void envi_writer::write_lines(const float* slice, arma::uword count, arma::uword band,
                               arma::uword first_row) {
-  // A megabyte of lines at a time, turned while they are still in the cache.
+  // A quarter megabyte of lines at a time, turned while they are still in the cache;
+  // floats are turned straight into the staged bytes.
   const arma::uword chunk = std::max<arma::uword>(
-      16, (std::size_t{1} << 20) / (sizeof(float) * std::max<arma::uword>(cols_, 1)));
-  lines_.resize(static_cast<std::size_t>(std::min(chunk, count)) * cols_);
+      16, (std::size_t{256} << 10) / (sizeof(float) * std::max<arma::uword>(cols_, 1)));
+  if (data_type_ != 4) {
+    lines_.resize(static_cast<std::size_t>(std::min(chunk, count)) * cols_);
+  }
   for (arma::uword row = 0; row < count; row += chunk) {
     const arma::uword n = std::min(chunk, count - row);
-    // The slice's columns, read as lines, turn into the image's lines.
-    transpose_into(slice + row, count, cols_, n, lines_.data(), cols_);
+    const std::size_t values = static_cast<std::size_t>(n) * cols_;
     const std::uint64_t offset =
-        (static_cast<std::uint64_t>(band) * rows_ + first_row + row) * cols_;
-    store(lines_.data(), static_cast<std::size_t>(n) * cols_, offset * type_size_);
+        (static_cast<std::uint64_t>(band) * rows_ + first_row + row) * cols_ * type_size_;
+    char* to = stage(values * type_size_, offset);
+    // The slice's columns, read as lines, turn into the image's lines.
+    float* lines = data_type_ == 4 ? reinterpret_cast<float*>(to) : lines_.data();
+    transpose_into(slice + row, count, cols_, n, lines, cols_);
+    switch (data_type_) {
+      case 1:
+        store_values<std::uint8_t>(lines, values, scale_, to);
+        break;
+      case 2:
+        store_values<std::int16_t>(lines, values, scale_, to);
+        break;
+      case 12:
+        store_values<std::uint16_t>(lines, values, scale_, to);
+        break;
+      default:
+        break;
+    }
   }
 }
 

@@ -41,8 +41,8 @@ class envi_writer {
  private:
   // Writes `count` lines of a band from a column-major slice of that many rows.
   void write_lines(const float* slice, arma::uword count, arma::uword band, arma::uword first_row);
-  // Stores lines of floats (count values) at a byte offset of the data file.
-  void store(const float* lines, std::size_t count, std::uint64_t offset);
+  // Room for `bytes` at a byte offset of the data file, in the staged bytes.
+  char* stage(std::size_t bytes, std::uint64_t offset);
   void flush();
   [[noreturn]] void fail() const;
 
