@@ -144,16 +144,16 @@ void prepare_streamed(const preparation& p, hdr_input& image, const std::string&
       image.wavelengths()(arma::conv_to<arma::uvec>::from(std::vector<unsigned>(part.bands)));
   const bool wiener = p.filter && p.filter->first == FILTER_WIENER;
   const bool spectral = p.filter && !wiener;
-  const std::function<void(cube&)> smooth = [&](cube& block) {
-    if (!spectral) {
-      return;
-    }
-    if (p.filter->first == FILTER_MOVING_AVERAGE) {
-      moving_average(block, p.filter->second);
-    } else {
-      savitzky_golay(block, p.filter->second);
-    }
-  };
+  std::function<void(cube&)> smooth;
+  if (spectral) {
+    smooth = [&](cube& block) {
+      if (p.filter->first == FILTER_MOVING_AVERAGE) {
+        moving_average(block, p.filter->second);
+      } else {
+        savitzky_golay(block, p.filter->second);
+      }
+    };
+  }
   if (p.size.empty() && !wiener) {
     write_blocks(image, part, wavelengths, out, data_type, reflectance, stage_preparation, smooth);
     return;

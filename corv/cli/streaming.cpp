@@ -10,6 +10,7 @@
 #include <iostream>
 #include <limits>
 #include <sstream>
+#include <vector>
 
 #include "corv/cli/arguments.h"
 #include "corv/io/envi_writer.h"
@@ -137,6 +138,29 @@ void stream_run::for_each_block(hdr_input& image, const image_part& part,
   }
 }
 
+void stream_run::for_each_band_block(
+    hdr_input& image, const image_part& part,
+    const std::function<void(const float*, arma::uword, arma::uword, arma::uword)>& use, int pass,
+    int passes) {
+  const arma::uword cols = part.cols();
+  const arma::uword step = std::max<arma::uword>(1, block_bytes() / (cols * sizeof(float)));
+  const arma::uword blocks_per_band = (part.rows() + step - 1) / step;
+  std::vector<float> lines(std::min(step, part.rows()) * cols);
+  for (arma::uword i = 0; i < part.bands.size(); ++i) {
+    for (arma::uword first = 0; first < part.rows(); first += step) {
+      throw_if_interrupted();
+      const arma::uword count = std::min(step, part.rows() - first);
+      const int top = part.first_row + static_cast<int>(first);
+      image.read_lines(part.bands[i], top, part.first_col, top + static_cast<int>(count) - 1,
+                       part.last_col, lines.data());
+      use(lines.data(), count, i, first);
+      show(static_cast<double>(i * blocks_per_band + first / step + 1) /
+               static_cast<double>(part.bands.size() * blocks_per_band),
+           pass, passes);
+    }
+  }
+}
+
 void stream_run::for_each_band(hdr_input& image, const image_part& part,
                                const std::function<void(const matrix&, arma::uword)>& use, int pass,
                                int passes) {
@@ -156,28 +180,45 @@ void write_blocks(hdr_input& image, const image_part& part, const vector& wavele
   stream_run run(stage);
   const int passes = data_type == 4 ? 1 : 2;
   double largest = -std::numeric_limits<double>::infinity();
-  if (passes == 2) {
+  if (passes == 2 && change) {
     run.for_each_block(
         image, part,
         [&](cube& block, arma::uword) {
-          if (change) {
-            change(block);
-          }
+          change(block);
           largest = std::max(largest, static_cast<double>(block.max()));
+        },
+        0, passes);
+  } else if (passes == 2) {
+    run.for_each_band_block(
+        image, part,
+        [&](const float* lines, arma::uword count, arma::uword, arma::uword) {
+          // As a cube's max: NaN never wins.
+          float most = -std::numeric_limits<float>::infinity();
+          for (arma::uword i = 0; i < count * part.cols(); ++i) {
+            most = lines[i] > most ? lines[i] : most;
+          }
+          largest = std::max(largest, static_cast<double>(most));
         },
         0, passes);
   }
   envi_writer out(data_name, part.rows(), part.cols(), wavelengths, data_type, reflectance,
                   largest);
-  run.for_each_block(
-      image, part,
-      [&](cube& block, arma::uword first) {
-        if (change) {
+  if (change) {
+    run.for_each_block(
+        image, part,
+        [&](cube& block, arma::uword first) {
           change(block);
-        }
-        out.write_rows(block, first);
-      },
-      passes - 1, passes);
+          out.write_rows(block, first);
+        },
+        passes - 1, passes);
+  } else {
+    run.for_each_band_block(
+        image, part,
+        [&](const float* lines, arma::uword count, arma::uword band, arma::uword first) {
+          out.write_band_lines(lines, count, band, first);
+        },
+        passes - 1, passes);
+  }
   out.commit();
   run.finish();
 }

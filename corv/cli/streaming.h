@@ -62,6 +62,13 @@ class stream_run {
   void for_each_block(hdr_input& image, const image_part& part,
                       const std::function<void(cube&, arma::uword)>& use, int pass = 0,
                       int passes = 1);
+  // Calls use(lines, count, index, first_row) for every band of the part in
+  // turn, a block of `count` of its rows at a time, line after line as they lie
+  // in the image: the file is read in order, and nothing is rearranged.
+  void for_each_band_block(
+      hdr_input& image, const image_part& part,
+      const std::function<void(const float*, arma::uword, arma::uword, arma::uword)>& use,
+      int pass = 0, int passes = 1);
   // Calls use(plane, index) for every band of the part, a whole band at a time.
   void for_each_band(hdr_input& image, const image_part& part,
                      const std::function<void(const matrix&, arma::uword)>& use, int pass = 0,
@@ -78,9 +85,10 @@ class stream_run {
 };
 
 // Writes the part of the image as an ENVI file, block by block, each block
-// changed by `change` first (which may be empty): the data type's scaling takes
-// a first pass for the largest value. Names, checks and messages are those of
-// hdr_output.
+// changed by `change` first: the data type's scaling takes a first pass for
+// the largest value. Without a change the blocks go band after band, so that
+// the input is read and the output written in order. Names, checks and
+// messages are those of hdr_output.
 void write_blocks(hdr_input& image, const image_part& part, const vector& wavelengths,
                   const std::string& file_name, int data_type, bool reflectance, int stage,
                   const std::function<void(cube&)>& change);

@@ -21,15 +21,18 @@ namespace {
 constexpr std::size_t staged_capacity = std::size_t{8} << 20;
 
 // Integer types hold trunc(x * scale); what cannot be represented (negative
-// values in unsigned types, NaN) becomes 0.
+// values in unsigned types, NaN) becomes 0. trunc(d) lies in [lowest, max]
+// exactly when d lies in (lowest - 1, max + 1), and a conversion to int
+// truncates: without branches or calls, the loop runs in vector registers.
 template <typename T>
 void store_values(const float* values, std::size_t count, double scale, char* bytes) {
   T* out = reinterpret_cast<T*>(bytes);
+  constexpr double above = static_cast<double>(std::numeric_limits<T>::lowest()) - 1.0;
+  constexpr double below = static_cast<double>(std::numeric_limits<T>::max()) + 1.0;
   for (std::size_t i = 0; i < count; ++i) {
-    const double v = std::trunc(static_cast<double>(values[i]) * scale);
-    const bool representable = std::isfinite(v) && v >= std::numeric_limits<T>::lowest() &&
-                               v <= std::numeric_limits<T>::max();
-    out[i] = representable ? static_cast<T>(v) : T(0);
+    const double v = static_cast<double>(values[i]) * scale;
+    const bool representable = v > above && v < below;
+    out[i] = static_cast<T>(static_cast<int>(representable ? v : 0.0));
   }
 }
 
@@ -149,7 +152,7 @@ char* envi_writer::stage(std::size_t bytes, std::uint64_t offset) {
   return to;
 }
 
-void envi_writer::write_lines(const float* slice, arma::uword count, arma::uword band,
+void envi_writer::write_slice(const float* slice, arma::uword count, arma::uword band,
                               arma::uword first_row) {
   // A quarter megabyte of lines at a time, turned while they are still in the cache;
   // floats are turned straight into the staged bytes.
@@ -163,34 +166,49 @@ void envi_writer::write_lines(const float* slice, arma::uword count, arma::uword
     const std::size_t values = static_cast<std::size_t>(n) * cols_;
     const std::uint64_t offset =
         (static_cast<std::uint64_t>(band) * rows_ + first_row + row) * cols_ * type_size_;
-    char* to = stage(values * type_size_, offset);
-    // The slice's columns, read as lines, turn into the image's lines.
-    float* lines = data_type_ == 4 ? reinterpret_cast<float*>(to) : lines_.data();
-    transpose_into(slice + row, count, cols_, n, lines, cols_);
-    switch (data_type_) {
-      case 1:
-        store_values<std::uint8_t>(lines, values, scale_, to);
-        break;
-      case 2:
-        store_values<std::int16_t>(lines, values, scale_, to);
-        break;
-      case 12:
-        store_values<std::uint16_t>(lines, values, scale_, to);
-        break;
-      default:
-        break;
+    if (data_type_ == 4) {
+      transpose_into(slice + row, count, cols_, n,
+                     reinterpret_cast<float*>(stage(values * 4, offset)), cols_);
+    } else {
+      transpose_into(slice + row, count, cols_, n, lines_.data(), cols_);
+      store(lines_.data(), values, offset);
     }
   }
 }
 
-void envi_writer::write_rows(const cube& block, arma::uword first_row) {
-  for (arma::uword b = 0; b < bands_; ++b) {
-    write_lines(block.slice_memptr(b), block.n_rows, b, first_row);
+void envi_writer::store(const float* lines, std::size_t count, std::uint64_t offset) {
+  char* to = stage(count * type_size_, offset);
+  switch (data_type_) {
+    case 1:
+      store_values<std::uint8_t>(lines, count, scale_, to);
+      break;
+    case 2:
+      store_values<std::int16_t>(lines, count, scale_, to);
+      break;
+    case 12:
+      store_values<std::uint16_t>(lines, count, scale_, to);
+      break;
+    default:
+      std::memcpy(to, lines, count * sizeof(float));
+      break;
   }
 }
 
-void envi_writer::write_band(const matrix& plane, arma::uword band) {
-  write_lines(plane.memptr(), rows_, band, 0);
+void envi_writer::write_band_lines(const float* lines, arma::uword count, arma::uword band,
+                                   arma::uword first_row) {
+  const std::uint64_t offset =
+      (static_cast<std::uint64_t>(band) * rows_ + first_row) * cols_ * type_size_;
+  store(lines, static_cast<std::size_t>(count) * cols_, offset);
+}
+
+void envi_writer::write_rows(const cube& block, arma::uword first_row) {
+  for (arma::uword b = 0; b < bands_; ++b) {
+    write_slice(block.slice_memptr(b), block.n_rows, b, first_row);
+  }
+}
+
+void envi_writer::write_band(const matrix& plane, arma::uword band, arma::uword first_row) {
+  write_slice(plane.memptr(), plane.n_rows, band, first_row);
 }
 
 void envi_writer::commit() {

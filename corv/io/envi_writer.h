@@ -33,14 +33,21 @@ class envi_writer {
 
   // Rows first_row .. first_row + block.n_rows - 1 of every band.
   void write_rows(const cube& block, arma::uword first_row);
-  // One whole band.
-  void write_band(const matrix& plane, arma::uword band);
+  // Rows first_row .. first_row + plane.n_rows - 1 of one band (all of it by
+  // default).
+  void write_band(const matrix& plane, arma::uword band, arma::uword first_row = 0);
+  // Rows first_row .. first_row + count - 1 of one band, given line after line
+  // as they lie in the image (element (r, c) at lines[r * columns + c]).
+  void write_band_lines(const float* lines, arma::uword count, arma::uword band,
+                        arma::uword first_row);
   // Puts the data file and then the header in place.
   void commit();
 
  private:
   // Writes `count` lines of a band from a column-major slice of that many rows.
-  void write_lines(const float* slice, arma::uword count, arma::uword band, arma::uword first_row);
+  void write_slice(const float* slice, arma::uword count, arma::uword band, arma::uword first_row);
+  // Stores lines of floats in the data type at a byte offset of the data file.
+  void store(const float* lines, std::size_t count, std::uint64_t offset);
   // Room for `bytes` at a byte offset of the data file, in the staged bytes.
   char* stage(std::size_t bytes, std::uint64_t offset);
   void flush();
