@@ -52,7 +52,7 @@ def main():
             name = os.path.splitext(os.path.basename(f))[0]
             subprocess.run([corv_bin, args.command, f, *options, "-o",
                             os.path.join(loop_dir, name + ".fla")], check=True,
-                           stdout=subprocess.DEVNULL)
+                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         loop = time.perf_counter() - start
 
         start = time.perf_counter()

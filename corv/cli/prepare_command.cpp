@@ -1,5 +1,6 @@
 #include <unistd.h>
 
+#include <exception>
 #include <filesystem>
 #include <set>
 #include <sstream>
@@ -172,16 +173,31 @@ void prepare_streamed(const preparation& p, hdr_input& image, const std::string&
     stream_run run(stage_preparation);
     envi_writer bands(staged ? staged_name : data_name, rows, cols, wavelengths, 4, reflectance,
                       0.0);
-    run.for_each_band(image, part, [&](const matrix& plane, arma::uword index) {
-      cube band(plane.n_rows, plane.n_cols, 1, arma::fill::none);
-      band.slice(0) = plane;
-      if (!p.size.empty()) {
-        resize_cube(band, p.size[0], p.size[1], 1);
+    run.for_each_band(image, part, [&](cube& group, arma::uword first) {
+      // The bands of a group side by side on the threads, written in order.
+      std::vector<matrix> done(group.n_slices);
+      std::exception_ptr failure;
+#pragma omp parallel for schedule(dynamic)
+      for (long i = 0; i < static_cast<long>(group.n_slices); ++i) {
+        try {
+          cube band(group.n_rows, group.n_cols, 1, arma::fill::none);
+          band.slice(0) = group.slice(i);
+          if (!p.size.empty()) {
+            resize_cube(band, p.size[0], p.size[1], 1);
+          }
+          done[i] = wiener ? wiener_filter(band.slice(0), p.filter->second, p.filter->second)
+                           : matrix(band.slice(0));
+        } catch (...) {
+#pragma omp critical(corv_prepare_band_failure)
+          failure = failure ? failure : std::current_exception();
+        }
       }
-      if (wiener) {
-        band.slice(0) = wiener_filter(band.slice(0), p.filter->second, p.filter->second);
+      if (failure) {
+        std::rethrow_exception(failure);
       }
-      bands.write_band(band.slice(0), index);
+      for (arma::uword i = 0; i < done.size(); ++i) {
+        bands.write_band(done[i], first + i);
+      }
     });
     bands.commit();
     if (!staged) {

@@ -1,5 +1,6 @@
 #include "corv/cli/streaming.h"
 
+#include <omp.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -162,14 +163,17 @@ void stream_run::for_each_band_block(
 }
 
 void stream_run::for_each_band(hdr_input& image, const image_part& part,
-                               const std::function<void(const matrix&, arma::uword)>& use, int pass,
+                               const std::function<void(cube&, arma::uword)>& use, int pass,
                                int passes) {
-  for (arma::uword i = 0; i < part.bands.size(); ++i) {
+  const arma::uword group = static_cast<arma::uword>(std::max(1, omp_get_max_threads()));
+  for (arma::uword first = 0; first < part.bands.size(); first += group) {
     throw_if_interrupted();
-    const cube band = image.read_part({part.bands[i]}, part.first_row, part.first_col,
-                                      part.last_row, part.last_col);
-    use(band.slice(0), i);
-    show(static_cast<double>(i + 1) / part.bands.size(), pass, passes);
+    const arma::uword count = std::min<arma::uword>(group, part.bands.size() - first);
+    cube bands =
+        image.read_part(band_list(part.bands.begin() + first, part.bands.begin() + first + count),
+                        part.first_row, part.first_col, part.last_row, part.last_col);
+    use(bands, first);
+    show(static_cast<double>(first + count) / part.bands.size(), pass, passes);
   }
 }
 

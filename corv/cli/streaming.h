@@ -69,9 +69,10 @@ class stream_run {
       hdr_input& image, const image_part& part,
       const std::function<void(const float*, arma::uword, arma::uword, arma::uword)>& use,
       int pass = 0, int passes = 1);
-  // Calls use(plane, index) for every band of the part, a whole band at a time.
+  // Calls use(bands, first_index) for whole bands of the part, as many at a
+  // time as there are threads to work on them.
   void for_each_band(hdr_input& image, const image_part& part,
-                     const std::function<void(const matrix&, arma::uword)>& use, int pass = 0,
+                     const std::function<void(cube&, arma::uword)>& use, int pass = 0,
                      int passes = 1);
   // Shows the share `done` of pass `pass` of `passes`.
   void show(double done, int pass, int passes);

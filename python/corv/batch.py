@@ -154,7 +154,7 @@ def main(argv=None):
         corv_bin = str(Path(corv_bin).resolve())
     out_dir = Path(args.output_dir)
     out_dir.mkdir(parents=True, exist_ok=True)
-    files = [str(Path(f).resolve()) for f in args.files]
+    files = [os.path.abspath(f) for f in args.files]
     names = [Path(f).stem for f in files]
     if len(set(names)) != len(names):
         raise SystemExit("corv-batch: two files share a name; their outputs would collide")
