@@ -161,6 +161,7 @@ void prepare_streamed(const preparation& p, hdr_input& image, const std::string&
   }
 
   const std::string data_name = envi_data_name(out);
+  check_envi_data_type(data_type);
   const bool staged = spectral || data_type != 4;
   const file_path target = file_path::split(data_name);
   const std::string staged_name =

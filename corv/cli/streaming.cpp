@@ -181,6 +181,7 @@ void write_blocks(hdr_input& image, const image_part& part, const vector& wavele
                   const std::string& file_name, int data_type, bool reflectance, int stage,
                   const std::function<void(cube&)>& change) {
   const std::string data_name = envi_data_name(file_name);
+  check_envi_data_type(data_type);
   stream_run run(stage);
   const int passes = data_type == 4 ? 1 : 2;
   double largest = -std::numeric_limits<double>::infinity();

@@ -66,6 +66,12 @@ std::string envi_header_text(arma::uword rows, arma::uword cols, const vector& w
   return text.str();
 }
 
+void check_envi_data_type(int data_type) {
+  if (data_type != 1 && data_type != 2 && data_type != 4 && data_type != 12) {
+    log_and_throw("Data type not valid for writing HDR!");
+  }
+}
+
 std::string envi_data_name(const std::string& file_name) {
   if (file_name.empty()) {
     log_and_throw("HDR_Output: Oops, looks like you forgot to set a filename!",
@@ -91,6 +97,7 @@ envi_writer::envi_writer(const std::string& data_name, arma::uword rows, arma::u
       bands_(wavelengths.n_elem),
       data_type_(data_type),
       type_size_(size_of_type(data_type)) {
+  check_envi_data_type(data_type);
   if (data_type != 4) {
     const double type_max = data_type == 1 ? 255.0 : data_type == 2 ? 32767.0 : 65535.0;
     scale_ = largest > 0 ? type_max / largest : 0.0;

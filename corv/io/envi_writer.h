@@ -73,6 +73,10 @@ class envi_writer {
 // is logged and refused with hdr_output's messages.
 std::string envi_data_name(const std::string& file_name);
 
+// Refuses a data type other than 1, 2, 4 and 12 as hdr_output does: "Data type
+// not valid for writing HDR!", logged and thrown.
+void check_envi_data_type(int data_type);
+
 // The header hdr_output writes for a cube of this size.
 std::string envi_header_text(arma::uword rows, arma::uword cols, const vector& wavelengths,
                              int data_type, bool reflectance);

@@ -8,14 +8,6 @@
 
 namespace corv {
 
-namespace {
-
-bool valid_data_type(int code) {
-  return code == 1 || code == 2 || code == 4 || code == 12;
-}
-
-}  // namespace
-
 hdr_output::hdr_output(bool reflectance, int data_type)
     : reflectance_(reflectance), data_type_(data_type) {}
 
@@ -42,9 +34,7 @@ void hdr_output::write(pipeline& source, const std::string& file_name) {
   if (wavelengths.n_elem != data->n_slices) {
     log_and_throw("HDR_Output: Wavelengths must have same number of bands as I");
   }
-  if (!valid_data_type(data_type_)) {
-    log_and_throw("Data type not valid for writing HDR!");
-  }
+  check_envi_data_type(data_type_);
 
   const double largest = data_type_ == 4 || data->empty() ? 0.0 : double(data->max());
   envi_writer out(data_name, data->n_rows, data->n_cols, wavelengths, data_type_, reflectance_,

@@ -97,11 +97,18 @@ def test_bandmath_and_classify_match_the_library_on_the_whole_image(run_corv, im
         np.testing.assert_array_equal(read_envi(f"{out / method}_indexes.fla")[0], indexes)
 
     # Refusals are the library's, and come before anything is written.
-    for formula, message in (("I1[40] + 1", "band_maths: Invalid band 40, image only has 40 bands."),
-                             ("(I1[0]", "Parse: Mismatched parenthesis!")):
-        done = run_corv("bandmath", formula, header, second, "-o", out / "refused.fla")
+    refused = out / "refused.fla"
+    for arguments, message in (
+            (["bandmath", "I1[40] + 1", header, second, "-o", refused],
+             "band_maths: Invalid band 40, image only has 40 bands."),
+            (["bandmath", "(I1[0]", header, second, "-o", refused], "Parse: Mismatched parenthesis!"),
+            (["prepare", header, "-o", refused, "--filter", "mavg:4"],
+             "moving_average: Window size is incorrect. (greater than 3 and odd)"),
+            (["prepare", header, "-o", refused, "--resize", "9x9", "--data-type", "3"],
+             "Data type not valid for writing HDR!")):
+        done = run_corv(*arguments)
         assert (done.returncode, done.stderr) == (1, message + "\n")
-    assert not (out / "refused.fla").exists() and not (out / "refused.hdr").exists()
+    assert not [f for f in os.listdir(out) if f.startswith("refused") or ".staged" in f]
 
 
 def test_an_image_larger_than_memory_is_cropped_but_not_processed(run_corv, tmp_path):
