@@ -76,7 +76,7 @@ void smoothing_run(benchmark::State& state, Filter filter) {
 }
 
 void analysis_savitzky_golay(benchmark::State& state) {
-  smoothing_run(state, corv::savitzky_golay);
+  smoothing_run(state, [](corv::cube& data, int window) { corv::savitzky_golay(data, window); });
 }
 BENCHMARK(analysis_savitzky_golay)
     ->ArgName("window")
@@ -86,7 +86,7 @@ BENCHMARK(analysis_savitzky_golay)
     ->UseRealTime();
 
 void analysis_moving_average(benchmark::State& state) {
-  smoothing_run(state, corv::moving_average);
+  smoothing_run(state, [](corv::cube& data, int window) { corv::moving_average(data, window); });
 }
 BENCHMARK(analysis_moving_average)
     ->ArgName("window")

@@ -12,21 +12,20 @@ namespace corv::python {
 
 namespace {
 
-// In-place library filters become functions that return the smoothed copy.
-// The copy is made straight into the returned array, and the filter works on it
-// in place through a cube that borrows its memory.
+// The filters read the pixels where they lie and write the smoothed spectra
+// straight into the returned array, in the input's order: one pass.
 template <typename Filter>
-py::array_t<float> smoothed(const float_array& data, int window, Filter filter) {
-  if (data.ndim() != 3) {
-    throw py::value_error("expected a 3-D array (rows, columns, bands), got " +
-                          std::to_string(data.ndim()) + "-D");
-  }
-  py::array_t<float, py::array::f_style> out({data.shape(0), data.shape(1), data.shape(2)});
+py::array smoothed(const float_array& data, int window, Filter filter) {
+  py::object keep;
+  const image_view in = view_of(data, keep);
+  const std::vector<py::ssize_t> shape = {static_cast<py::ssize_t>(in.rows),
+                                          static_cast<py::ssize_t>(in.cols),
+                                          static_cast<py::ssize_t>(in.bands)};
+  py::array out = in.interleaved ? py::array(c_floats(shape)) : py::array(fortran_floats(shape));
+  float* to = static_cast<float*>(out.mutable_data());
   {
     py::gil_scoped_release release;
-    std::copy(data.data(), data.data() + data.size(), out.mutable_data());
-    cube view(out.mutable_data(), data.shape(0), data.shape(1), data.shape(2), false, true);
-    filter(view, window);
+    filter(in, to, window);
   }
   return out;
 }
@@ -36,12 +35,20 @@ py::array_t<float> smoothed(const float_array& data, int window, Filter filter) 
 const binder analysis_part(50, [](py::module_& m) {
   m.def(
       "moving_average",
-      [](const float_array& data, int window) { return smoothed(data, window, moving_average); },
+      [](const float_array& data, int window) {
+        return smoothed(data, window, [](const image_view& in, float* out, int w) {
+          moving_average(in, out, w);
+        });
+      },
       py::arg("cube"), py::arg("window"),
       "Box filter of every spectrum (odd window >= 3); returns the smoothed cube.");
   m.def(
       "savitzky_golay",
-      [](const float_array& data, int window) { return smoothed(data, window, savitzky_golay); },
+      [](const float_array& data, int window) {
+        return smoothed(data, window, [](const image_view& in, float* out, int w) {
+          savitzky_golay(in, out, w);
+        });
+      },
       py::arg("cube"), py::arg("window"),
       "Quadratic Savitzky-Golay smoothing of every spectrum (window 5, 7 or 9).");
   m.def(
@@ -53,19 +60,19 @@ const binder analysis_part(50, [](py::module_& m) {
           py::gil_scoped_release release;
           out = wiener_filter(input, window_rows, window_cols);
         }
-        return to_numpy(out);
+        return to_numpy(std::move(out));
       },
       py::arg("band"), py::arg("window_rows") = 5, py::arg("window_cols") = 5,
       "Adaptive Wiener filter of one band image (zero padding).");
   m.def(
       "resize_cube",
       [](const float_array& data, int rows, int cols, int interpolation) {
-        cube c = to_cube(data);
+        cube c = cube_copy(data);
         {
           py::gil_scoped_release release;
           resize_cube(c, rows, cols, interpolation);
         }
-        return to_numpy(c);
+        return to_numpy(std::move(c));
       },
       py::arg("cube"), py::arg("rows"), py::arg("cols"), py::arg("interpolation") = 1);
   m.def(
@@ -78,7 +85,7 @@ const binder analysis_part(50, [](py::module_& m) {
           py::gil_scoped_release release;
           pca(input, components, strengths, num_components, threshold);
         }
-        return py::make_tuple(to_numpy(components), to_numpy(strengths));
+        return py::make_tuple(to_numpy(std::move(components)), to_numpy(std::move(strengths)));
       },
       py::arg("cube"), py::arg("num_components"), py::arg("threshold") = 0.001f,
       "Principal components: returns (components cube, singular values).");

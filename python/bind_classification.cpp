@@ -20,68 +20,27 @@ vector optional_vector(const py::object& values) {
   if (values.is_none()) {
     return vector();
   }
-  return to_vector(values.cast<float_array>());
-}
-
-// numpy's default layout (bands fastest) is a transpose away from a cube's
-// (one band plane after another). Read a tile of 16 neighbouring rows at a
-// time: 16 spectra side by side are read in order and every band's 16 values
-// land in one run, so a large image converts at memory speed.
-cube transposed_image(const py::array_t<float, py::array::c_style>& source) {
-  const arma::uword rows = source.shape(0), cols = source.shape(1), bands = source.shape(2);
-  cube image(rows, cols, bands, arma::fill::none);
-  const float* in = source.data();
-  float* out = image.memptr();
-  const arma::uword plane = rows * cols;
-  py::gil_scoped_release release;
-#pragma omp parallel for schedule(static)
-  for (long c = 0; c < static_cast<long>(cols); ++c) {
-    for (arma::uword r0 = 0; r0 < rows; r0 += 16) {
-      const arma::uword r1 = std::min<arma::uword>(r0 + 16, rows);
-      for (arma::uword b = 0; b < bands; ++b) {
-        float* to = out + b * plane + c * rows;
-        for (arma::uword r = r0; r < r1; ++r) {
-          to[r] = in[(r * cols + c) * bands + b];
-        }
-      }
-    }
-  }
-  return image;
-}
-
-// Calls use(cube) with the image. A float32 array already in the cube's own
-// layout (Fortran order, as this module returns cubes) is used where it lies,
-// without a copy; numpy's default order is transposed; anything else goes
-// through the general conversion.
-template <typename Use>
-void with_image(const py::array& I, Use&& use) {
-  if (I.ndim() == 3 && py::array_t<float, py::array::f_style>::check_(I)) {
-    const auto source = I.cast<py::array_t<float, py::array::f_style>>();
-    const cube image(const_cast<float*>(source.data()), source.shape(0), source.shape(1),
-                     source.shape(2), false, true);
-    use(image);
-  } else if (I.ndim() == 3 && py::array_t<float, py::array::c_style>::check_(I)) {
-    use(transposed_image(I.cast<py::array_t<float, py::array::c_style>>()));
-  } else {
-    use(to_cube(I.cast<float_array>()));
-  }
+  return to_vector(values);
 }
 
 // A k-deep pair of result cubes.
 using ranked = std::pair<py::array_t<float>, py::array_t<float>>;
 
+// The image is read where it lies, in either order (see image_view).
 template <typename Routine>
-ranked run_ranked(Routine routine, const py::array& I, const float_array& wavelengths,
+ranked run_ranked(Routine routine, const float_array& I, const float_array& wavelengths,
                   const float_array& spectra, const py::object& spectra_waves, int k) {
   const vector waves = to_vector(wavelengths);
   const matrix references = to_matrix(spectra);
   const vector references_waves = optional_vector(spectra_waves);
+  py::object keep;
+  const image_view image = view_of(I, keep);
   cube values, indexes;
-  with_image(I, [&](const cube& image) {
+  {
     py::gil_scoped_release release;
     routine(image, waves, references, references_waves, values, indexes, k);
-  });
-  return {to_numpy(values), to_numpy(indexes)};
+  }
+  return {to_numpy(std::move(values)), to_numpy(std::move(indexes))};
 }
 
 }  // namespace
@@ -89,9 +48,12 @@ ranked run_ranked(Routine routine, const py::array& I, const float_array& wavele
 const binder classification_part(55, [](py::module_& m) {
   m.def(
       "sam",
-      [](const py::array& I, const float_array& wavelengths, const float_array& spectra,
-         const py::object& spectra_waves,
-         int k) { return run_ranked(corv::sam, I, wavelengths, spectra, spectra_waves, k); },
+      [](const float_array& I, const float_array& wavelengths, const float_array& spectra,
+         const py::object& spectra_waves, int k) {
+        return run_ranked(
+            [](const image_view& image, auto&&... rest) { corv::sam(image, rest...); }, I,
+            wavelengths, spectra, spectra_waves, k);
+      },
       py::arg("I"), py::arg("wavelengths"), py::arg("spectra"),
       py::arg("spectra_waves") = py::none(), py::arg("k") = 5,
       "Spectral angle mapper. spectra: one reference per row; spectra_waves: their wavelengths "
@@ -99,9 +61,11 @@ const binder classification_part(55, [](py::module_& m) {
       "rows x columns x k, best first.");
   m.def(
       "unmix_by_spectra",
-      [](const py::array& I, const float_array& wavelengths, const float_array& spectra,
+      [](const float_array& I, const float_array& wavelengths, const float_array& spectra,
          const py::object& spectra_waves, int k) {
-        return run_ranked(corv::unmix_by_spectra, I, wavelengths, spectra, spectra_waves, k);
+        return run_ranked(
+            [](const image_view& image, auto&&... rest) { corv::unmix_by_spectra(image, rest...); },
+            I, wavelengths, spectra, spectra_waves, k);
       },
       py::arg("I"), py::arg("wavelengths"), py::arg("spectra"),
       py::arg("spectra_waves") = py::none(), py::arg("k") = 5,
@@ -109,18 +73,19 @@ const binder classification_part(55, [](py::module_& m) {
       "(fractions summing to 1, reference numbers from 1), both rows x columns x k.");
   m.def(
       "svm",
-      [](const py::array& I, const float_array& wavelengths, const float_array& spectra,
+      [](const float_array& I, const float_array& wavelengths, const float_array& spectra,
          const py::object& spectra_waves, const py::object& labels) {
         const vector waves = to_vector(wavelengths);
         const matrix references = to_matrix(spectra);
         const vector references_waves = optional_vector(spectra_waves);
         vector used = optional_vector(labels);
+        const cube image = to_cube(I);
         matrix predicted;
-        with_image(I, [&](const cube& image) {
+        {
           py::gil_scoped_release release;
           corv::svm(image, waves, references, references_waves, used, predicted);
-        });
-        return std::make_pair(to_numpy(used), to_numpy(predicted));
+        }
+        return std::make_pair(to_numpy(std::move(used)), to_numpy(std::move(predicted)));
       },
       py::arg("I"), py::arg("wavelengths"), py::arg("spectra"),
       py::arg("spectra_waves") = py::none(), py::arg("labels") = py::none(),

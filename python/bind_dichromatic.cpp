@@ -9,10 +9,11 @@ const binder dichromatic_part(44, [](py::module_& m) {
   // ask the logger to abort; it takes the lock back only to build the results.
   m.def(
       "recover_dichromatic_parameters",
-      [](const float_array& I, const float_array& illuminant, const float_array& wavelengths,
-         int method, int neighbourhood_size, int gray_threshold, int verbosity) {
-        const cube image = to_cube(I);
-        const vector waves = wavelengths.ndim() == 0 ? vector() : to_vector(wavelengths);
+      [](const converted_array& I, const converted_array& illuminant,
+         const converted_array& wavelengths, int method, int neighbourhood_size, int gray_threshold,
+         int verbosity) {
+        const cube image = cube_over(I);
+        const vector waves = wavelengths.ndim() == 0 ? vector() : vector_over(wavelengths);
         dichromatic_parameters settings;
         settings.method = method;
         settings.neighbourhood_size = neighbourhood_size;
@@ -20,14 +21,15 @@ const binder dichromatic_part(44, [](py::module_& m) {
         matrix k, g;
         cube s;
         if (illuminant.ndim() == 3) {
-          recover_dichromatic_parameters(image, to_cube(illuminant), waves, settings, verbosity, k,
-                                         g, s);
+          recover_dichromatic_parameters(image, cube_over(illuminant), waves, settings, verbosity,
+                                         k, g, s);
         } else {
-          recover_dichromatic_parameters(image, to_vector(illuminant), waves, settings, verbosity,
+          recover_dichromatic_parameters(image, vector_over(illuminant), waves, settings, verbosity,
                                          k, g, s);
         }
         py::gil_scoped_acquire acquire;
-        return py::object(py::make_tuple(to_numpy(k), to_numpy(g), to_numpy(s)));
+        return py::object(
+            py::make_tuple(to_numpy(std::move(k)), to_numpy(std::move(g)), to_numpy(std::move(s))));
       },
       py::arg("I"), py::arg("illuminant"), py::arg("wavelengths"), py::arg("method") = 0,
       py::arg("neighbourhood_size") = 5, py::arg("gray_threshold") = 2, py::arg("verbosity") = 0,

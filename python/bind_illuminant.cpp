@@ -62,18 +62,20 @@ py::tuple with_patches(const float_array& data, const py::object& patches, Recov
     py::gil_scoped_release release;
     illuminant = recovery(I, bounds);
   }
-  return py::make_tuple(to_numpy(illuminant), bounds_array(bounds));
+  return py::make_tuple(to_numpy(std::move(illuminant)), bounds_array(bounds));
 }
 
+// The per-band statistics read the pixels where they lie, in either order.
 template <typename Recovery>
 py::array_t<float> statistical(const float_array& data, Recovery recovery) {
-  const cube I = to_cube(data);
+  py::object keep;
+  const image_view I = view_of(data, keep);
   vector illuminant;
   {
     py::gil_scoped_release release;
     illuminant = recovery(I);
   }
-  return to_numpy(illuminant);
+  return to_numpy(std::move(illuminant));
 }
 
 }  // namespace
@@ -151,29 +153,34 @@ const binder illuminant_part(42, [](py::module_& m) {
   m.def(
       "recover_illuminant_GE",
       [](const float_array& data, int order, int verbosity) {
-        return statistical(
-            data, [&](const cube& I) { return recover_illuminant_GE(I, order, verbosity); });
+        const cube I = to_cube(data);
+        vector illuminant;
+        {
+          py::gil_scoped_release release;
+          illuminant = recover_illuminant_GE(I, order, verbosity);
+        }
+        return to_numpy(std::move(illuminant));
       },
       py::arg("cube"), py::arg("order") = 1, py::arg("verbosity") = 0, "Gray edge of order p.");
   m.def(
       "recover_illuminant_SG",
       [](const float_array& data, int order, int verbosity) {
         return statistical(
-            data, [&](const cube& I) { return recover_illuminant_SG(I, order, verbosity); });
+            data, [&](const image_view& I) { return recover_illuminant_SG(I, order, verbosity); });
       },
       py::arg("cube"), py::arg("order") = 1, py::arg("verbosity") = 0, "Shade of gray of order p.");
   m.def(
       "recover_illuminant_WP",
       [](const float_array& data, int verbosity) {
-        return statistical(data,
-                           [&](const cube& I) { return recover_illuminant_WP(I, verbosity); });
+        return statistical(
+            data, [&](const image_view& I) { return recover_illuminant_WP(I, verbosity); });
       },
       py::arg("cube"), py::arg("verbosity") = 0, "Per-band mean (gray world).");
   m.def(
       "recover_illuminant_GW",
       [](const float_array& data, int verbosity) {
-        return statistical(data,
-                           [&](const cube& I) { return recover_illuminant_GW(I, verbosity); });
+        return statistical(
+            data, [&](const image_view& I) { return recover_illuminant_GW(I, verbosity); });
       },
       py::arg("cube"), py::arg("verbosity") = 0, "Per-band maximum (white patch).");
 });

@@ -37,7 +37,7 @@ const binder library_part(15, [](py::module_& m) {
       .def("colours", [](const spectral_library& l) { return to_numpy(l.colours()); })
       .def("set_colours",
            [](spectral_library& l, const float_array& c) {
-             l.set_colours(c.size() == 0 ? matrix() : to_matrix(c));
+             l.set_colours(as_array(c).size() == 0 ? matrix() : to_matrix(c));
            })
       .def_property_readonly("has_colours", &spectral_library::has_colours)
       .def_property("metadata", &spectral_library::metadata, &spectral_library::set_metadata)

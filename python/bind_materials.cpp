@@ -13,28 +13,6 @@
 
 namespace corv::python {
 
-namespace {
-
-// The arrays are read where they lie (pybind11 has already made them float32
-// in Fortran order): only their buffers are touched, which needs no GIL.
-cube cube_view(const float_array& a) {
-  if (a.ndim() != 3) {
-    throw py::value_error("expected a 3-D array (rows, columns, bands), got " +
-                          std::to_string(a.ndim()) + "-D");
-  }
-  return cube(const_cast<float*>(a.data()), a.shape(0), a.shape(1), a.shape(2), false, true);
-}
-
-matrix matrix_view(const float_array& a) {
-  if (a.ndim() != 2) {
-    throw py::value_error("expected a 2-D array (rows, columns), got " + std::to_string(a.ndim()) +
-                          "-D");
-  }
-  return matrix(const_cast<float*>(a.data()), a.shape(0), a.shape(1), false, true);
-}
-
-}  // namespace
-
 const binder materials_part(46, [](py::module_& m) {
   py::class_<material_result>(m, "material_result",
                               "What material discovery found; element numbers count from 0.")
@@ -58,9 +36,9 @@ const binder materials_part(46, [](py::module_& m) {
 
   m.def(
       "recover_materials",
-      [](const float_array& s, const std::optional<float_array>& g, int max_clusters, int subsample,
-         int materials_per_pixel, float max_temperature, float min_temperature, float cooling_rate,
-         float split_threshold, int mode, int verbosity) {
+      [](const converted_array& s, const std::optional<converted_array>& g, int max_clusters,
+         int subsample, int materials_per_pixel, float max_temperature, float min_temperature,
+         float cooling_rate, float split_threshold, int mode, int verbosity) {
         material_parameters settings;
         settings.max_clusters = max_clusters;
         settings.subsample = subsample;
@@ -69,7 +47,7 @@ const binder materials_part(46, [](py::module_& m) {
         settings.min_temperature = min_temperature;
         settings.cooling_rate = cooling_rate;
         settings.split_threshold = split_threshold;
-        return recover_materials(cube_view(s), g ? matrix_view(*g) : matrix(), settings, mode,
+        return recover_materials(cube_over(s), g ? matrix_over(*g) : matrix(), settings, mode,
                                  verbosity);
       },
       py::call_guard<py::gil_scoped_release>(), py::arg("s"), py::arg("g") = py::none(),
@@ -86,15 +64,15 @@ const binder materials_part(46, [](py::module_& m) {
 
   m.def(
       "deterministic_annealing",
-      [](const float_array& spectra, float max_temperature, float min_temperature,
+      [](const converted_array& spectra, float max_temperature, float min_temperature,
          float cooling_rate, float split_threshold, int max_clusters, int verbosity) {
         matrix centres;
         {
           py::gil_scoped_release release;
-          centres = deterministic_annealing(matrix_view(spectra), max_temperature, min_temperature,
+          centres = deterministic_annealing(matrix_over(spectra), max_temperature, min_temperature,
                                             cooling_rate, split_threshold, max_clusters, verbosity);
         }
-        return to_numpy(centres);
+        return to_numpy(std::move(centres));
       },
       py::arg("spectra"), py::arg("max_temperature") = 0.02f, py::arg("min_temperature") = 0.00025f,
       py::arg("cooling_rate") = 0.8f, py::arg("split_threshold") = -1.0f,
@@ -104,15 +82,15 @@ const binder materials_part(46, [](py::module_& m) {
 
   m.def(
       "generate_elements",
-      [](const float_array& elements, const float_array& s, int materials_per_pixel,
+      [](const converted_array& elements, const converted_array& s, int materials_per_pixel,
          int verbosity) {
         cube abundances, indexes;
         {
           py::gil_scoped_release release;
-          generate_elements(matrix_view(elements), cube_view(s), materials_per_pixel, verbosity,
+          generate_elements(matrix_over(elements), cube_over(s), materials_per_pixel, verbosity,
                             abundances, indexes);
         }
-        return std::make_pair(to_numpy(abundances), to_numpy(indexes));
+        return std::make_pair(to_numpy(std::move(abundances)), to_numpy(std::move(indexes)));
       },
       py::arg("elements"), py::arg("s"), py::arg("materials_per_pixel") = 5,
       py::arg("verbosity") = 0,

@@ -65,7 +65,7 @@ const binder nurbs_part(60, [](py::module_& m) {
           generate_nurbs(image, companion, waves, knots, points, static_cast<std::uint32_t>(degree),
                          static_cast<std::uint32_t>(knot_threshold), alpha, iterations, verbosity);
         }
-        return py::make_tuple(to_numpy(knots), points_to_numpy(points));
+        return py::make_tuple(to_numpy(std::move(knots)), points_to_numpy(points));
       },
       py::arg("I"), py::arg("J"), py::arg("wavelengths"), py::arg("degree") = 2,
       py::arg("knot_threshold") = -1, py::arg("alpha") = 0.1f, py::arg("iterations") = 10,
@@ -85,7 +85,7 @@ const binder nurbs_part(60, [](py::module_& m) {
           py::gil_scoped_release release;
           spectra = nurbs_evaluate(knot_vector, points, static_cast<std::uint32_t>(degree), waves);
         }
-        return to_numpy(spectra);
+        return to_numpy(std::move(spectra));
       },
       py::arg("knots"), py::arg("control_points"), py::arg("degree"), py::arg("wavelengths"),
       "Reads every curve back at the wavelengths: a (rows, columns, wavelengths) cube.");

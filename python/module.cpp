@@ -30,7 +30,7 @@ void bind_all(py::module_& m) {
 
 }  // namespace corv::python
 
-PYBIND11_MODULE(corv, m) {
+PYBIND11_MODULE(_corv, m) {
   m.doc() = "Corvantis hyperspectral processing library";
   corv::python::bind_all(m);
   // A message that quotes a damaged file may hold bytes that are not UTF-8,

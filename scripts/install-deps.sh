@@ -16,6 +16,7 @@ packages=(
   pybind11-dev python3-dev python3-numpy python3-pytest
   python3-spectral python3-scipy python3-sklearn python3-h5py python3-gdal gdal-bin
   clang-14 libfuzzer-14-dev libomp-14-dev
+  python3-distributed
 )
 
 missing=()

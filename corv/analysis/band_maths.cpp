@@ -185,6 +185,20 @@ std::vector<std::string> Parse(const std::vector<std::string>& tokens) {
   return output;
 }
 
+std::pair<int, int> band_maths_operand(const std::string& operand) {
+  const auto open = operand.find('[');
+  const auto close = operand.find(']');
+  const int image = std::atoi(operand.substr(1, open == std::string::npos ? 0 : open - 1).c_str());
+  const int band =
+      open == std::string::npos
+          ? 0
+          : std::atoi(operand
+                          .substr(open + 1,
+                                  close == std::string::npos ? std::string::npos : close - open - 1)
+                          .c_str());
+  return {image, band};
+}
+
 namespace {
 
 unsigned operation_of(const std::string& token) {
@@ -211,17 +225,7 @@ unsigned operation_of(const std::string& token) {
 
 std::unique_ptr<op_node> image_leaf(const image_list& images, const std::string& token) {
   const bool negative = token[0] == '-';
-  const std::string operand = negative ? token.substr(1) : token;
-  const auto open = operand.find('[');
-  const auto close = operand.find(']');
-  const int image = std::atoi(operand.substr(1, open == std::string::npos ? 0 : open - 1).c_str());
-  const int band =
-      open == std::string::npos
-          ? 0
-          : std::atoi(operand
-                          .substr(open + 1,
-                                  close == std::string::npos ? std::string::npos : close - open - 1)
-                          .c_str());
+  const auto [image, band] = band_maths_operand(negative ? token.substr(1) : token);
   if (image < 1) {
     throw std::runtime_error("band_maths: Invalid image, first image is I1.");
   }

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "corv/io/types.h"
@@ -50,6 +51,10 @@ matrix band_maths(const image_list& images, std::string formula);
 std::vector<std::string> Parse(const std::vector<std::string>& tokens);
 int op_priority(const std::string& token);
 bool is_operator(const std::string& token);
+// The image and band numbers of an image operand ("I2[14]" gives 2 and 14), read
+// as band_maths reads them: C atoi of the text between "I" and "[" and of the
+// text between "[" and "]" (no "[": band 0). Unchecked.
+std::pair<int, int> band_maths_operand(const std::string& token);
 // The formula split into tokens as band_maths reads it.
 std::vector<std::string> band_maths_tokens(const std::string& formula);
 

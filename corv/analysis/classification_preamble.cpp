@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "corv/analysis/resample_endmembers.h"
+#include "corv/io/image_view.h"
 #include "corv/io/logger.h"
 
 namespace corv {
@@ -27,57 +28,58 @@ bool has_wave(const vector& waves, float wavelength) {
 
 }  // namespace
 
-classification_inputs prepare_classification(const std::string& routine, const cube& I,
-                                             const vector& wavelengths, const matrix& spectra,
-                                             const vector& spectra_waves) {
+aligned_references align_references(const std::string& routine, arma::uword rows, arma::uword cols,
+                                    arma::uword bands, const vector& wavelengths,
+                                    const matrix& spectra, const vector& spectra_waves) {
   const std::string prefix = routine + ": ";
-  if (I.n_rows == 0 || I.n_cols == 0 || I.n_slices == 0) {
+  if (rows == 0 || cols == 0 || bands == 0) {
     log_and_throw(prefix + "Data size is incorrect.");
   }
   if (spectra.n_rows < 1) {
     log_and_throw(prefix + "Spectra are required");
   }
-  if (wavelengths.n_elem != I.n_slices) {
+  if (wavelengths.n_elem != bands) {
     log_and_throw(prefix + "Wavelengths must have same bands as I");
   }
   if (spectra_waves.empty()) {
-    if (spectra.n_cols != I.n_slices) {
+    if (spectra.n_cols != bands) {
       log_and_throw(prefix + "Data size is incorrect: spectra waves must be given for resize.");
     }
-    return classification_inputs(I, cube(), spectra);
+    return {band_list(), spectra};
   }
 
-  cube reduced;
+  band_list kept;
   vector kept_waves = wavelengths;
-  if (spectra_waves.n_elem != I.n_slices) {
-    arma::uvec kept(I.n_slices);
-    arma::uword count = 0;
-    for (arma::uword b = 0; b < I.n_slices; ++b) {
+  if (spectra_waves.n_elem != bands) {
+    for (arma::uword b = 0; b < bands; ++b) {
       if (has_wave(spectra_waves, wavelengths(b))) {
-        kept(count++) = b;
+        kept.push_back(static_cast<unsigned>(b));
       }
     }
-    if (count < 2) {
+    if (kept.size() < 2) {
       log_and_throw("unmix_by_spectra: No matching image bands between image and library.");
     }
-    kept.resize(count);
-    kept_waves = wavelengths(kept);
+    kept_waves = wavelengths(arma::conv_to<arma::uvec>::from(kept));
     bool aligned = kept_waves.n_elem == spectra_waves.n_elem;
-    for (arma::uword i = 0; aligned && i < count; ++i) {
+    for (arma::uword i = 0; aligned && i < kept.size(); ++i) {
       aligned = close(kept_waves(i), spectra_waves(i));
     }
     if (!aligned) {
       log_and_throw(prefix + "For some reason, could not align data.");
     }
-    reduced.set_size(I.n_rows, I.n_cols, count);
-    for (arma::uword i = 0; i < count; ++i) {
-      reduced.slice(i) = I.slice(kept(i));
-    }
     logger::instance() << "Data matches after band removal."
                        << "EOL";
   }
-  matrix references = resample_endmembers(spectra, spectra_waves, kept_waves);
-  return classification_inputs(I, std::move(reduced), std::move(references));
+  return {kept, resample_endmembers(spectra, spectra_waves, kept_waves)};
+}
+
+classification_inputs prepare_classification(const std::string& routine, const cube& I,
+                                             const vector& wavelengths, const matrix& spectra,
+                                             const vector& spectra_waves) {
+  aligned_references aligned = align_references(routine, I.n_rows, I.n_cols, I.n_slices,
+                                                wavelengths, spectra, spectra_waves);
+  cube reduced = aligned.kept.empty() ? cube() : image_view::of(I).copy(aligned.kept);
+  return classification_inputs(I, std::move(reduced), std::move(aligned.references));
 }
 
 arma::uword result_count(int k, arma::uword spectra) {

@@ -41,6 +41,17 @@ class classification_inputs {
 // data."; otherwise "Data matches after band removal." is logged. With spectra
 // waves, the spectra are then resampled onto the (kept) wavelengths by
 // resample_endmembers, whose own messages pass through unchanged.
+//
+// align_references makes the same checks and alignment on an image's size
+// alone, for callers that read the image in parts: it tells which bands take
+// part (none listed: all of them) and gives the references sampled at them.
+struct aligned_references {
+  band_list kept;
+  matrix references;
+};
+aligned_references align_references(const std::string& routine, arma::uword rows, arma::uword cols,
+                                    arma::uword bands, const vector& wavelengths,
+                                    const matrix& spectra, const vector& spectra_waves);
 classification_inputs prepare_classification(const std::string& routine, const cube& I,
                                              const vector& wavelengths, const matrix& spectra,
                                              const vector& spectra_waves);

@@ -1,6 +1,7 @@
 #ifndef CORV_ANALYSIS_SAM_H
 #define CORV_ANALYSIS_SAM_H
 
+#include "corv/io/image_view.h"
 #include "corv/io/types.h"
 
 namespace corv {
@@ -18,6 +19,10 @@ namespace corv {
 // progress follows the rows and an abort request stops the work with
 // "Processing was aborted!"; on any failure values and indexes are unchanged.
 void sam(const cube& I, const vector& wavelengths, const matrix& spectra,
+         const vector& spectra_waves, cube& values, cube& indexes, int k);
+
+// The same on pixels lying in memory of either layout, read where they are.
+void sam(const image_view& I, const vector& wavelengths, const matrix& spectra,
          const vector& spectra_waves, cube& values, cube& indexes, int k);
 
 }  // namespace corv

@@ -13,50 +13,27 @@ long clamped(long index, long last) {
   return std::min(std::max(index, 0L), last);
 }
 
-// Output band b = sum_j weights[j] * band(b - half + j) / normaliser, written back
-// in place. The pixels are shared out in blocks; within a block the bands run in
-// order, and the original values that later outputs still need (bands b - half
-// .. b) are kept in a ring of half + 1 block-sized planes.
-void smooth_bands(cube& data, const std::vector<float>& weights, float normaliser) {
-  const long bands = static_cast<long>(data.n_slices);
-  const long plane = static_cast<long>(data.n_rows * data.n_cols);
-  if (bands == 0 || plane == 0) {
-    return;
-  }
+// The filters work on a run of n pixels held band after band: value p of band
+// b at in[b * in_stride + p], written to out[b * out_stride + p]. Input and
+// output must not overlap.
+
+// Output band b = sum_j weights[j] * band(b - half + j) / normaliser.
+void weighted_run(const float* in, long in_stride, float* out, long out_stride, long n, long bands,
+                  const std::vector<float>& weights, float normaliser, float* sum) {
   const long taps = static_cast<long>(weights.size());
   const long half = (taps - 1) / 2;
-  const long last = bands - 1;
-  const long ring_size = half + 1;
-  constexpr long block = 2048;
-#pragma omp parallel
-  {
-    std::vector<float> ring(static_cast<std::size_t>(ring_size * block));
-    std::vector<float> sum(block);
-    std::vector<const float*> sources(taps);
-#pragma omp for schedule(static)
-    for (long start = 0; start < plane; start += block) {
-      const long n = std::min(block, plane - start);
-      for (long b = 0; b < bands; ++b) {
-        float* out = data.slice_memptr(b) + start;
-        std::copy(out, out + n, ring.data() + (b % ring_size) * block);
-        for (long j = 0; j < taps; ++j) {
-          const long i = clamped(b - half + j, last);
-          // Bands at or before b are in the ring; later bands are still untouched.
-          sources[j] =
-              i <= b ? ring.data() + (i % ring_size) * block : data.slice_memptr(i) + start;
-        }
-        std::fill(sum.begin(), sum.begin() + n, 0.0f);
-        for (long j = 0; j < taps; ++j) {
-          const float weight = weights[j];
-          const float* source = sources[j];
-          for (long p = 0; p < n; ++p) {
-            sum[p] += weight * source[p];
-          }
-        }
-        for (long p = 0; p < n; ++p) {
-          out[p] = sum[p] / normaliser;
-        }
+  for (long b = 0; b < bands; ++b) {
+    std::fill(sum, sum + n, 0.0f);
+    for (long j = 0; j < taps; ++j) {
+      const float weight = weights[j];
+      const float* source = in + clamped(b - half + j, bands - 1) * in_stride;
+      for (long p = 0; p < n; ++p) {
+        sum[p] += weight * source[p];
       }
+    }
+    float* to = out + b * out_stride;
+    for (long p = 0; p < n; ++p) {
+      to[p] = sum[p] / normaliser;
     }
   }
 }
@@ -64,54 +41,114 @@ void smooth_bands(cube& data, const std::vector<float>& weights, float normalise
 // Box filter by running sums: the window sum of band b is that of band b - 1
 // plus the band entering the window minus the band leaving it, so the cost does
 // not grow with the window. Sums are kept in double so that the rounding of a
-// long run of additions and subtractions stays far below float precision. The
-// originals of bands b - half - 1 .. b are kept in a ring, as above.
-void box_bands(cube& data, int window) {
-  const long bands = static_cast<long>(data.n_slices);
-  const long plane = static_cast<long>(data.n_rows * data.n_cols);
-  if (bands == 0 || plane == 0) {
-    return;
-  }
+// long run of additions and subtractions stays far below float precision.
+void box_run(const float* in, long in_stride, float* out, long out_stride, long n, long bands,
+             int window, double* sum) {
   const long half = (window - 1) / 2;
   const long last = bands - 1;
-  const long ring_size = half + 2;
   const double scale = 1.0 / window;
-  constexpr long block = 2048;
+  // The window of band 0: band 0 repeated half + 1 times, then bands 1 .. half.
+  std::fill(sum, sum + n, 0.0);
+  for (long j = -half; j <= half; ++j) {
+    const float* source = in + clamped(j, last) * in_stride;
+    for (long p = 0; p < n; ++p) {
+      sum[p] += source[p];
+    }
+  }
+  for (long b = 0; b < bands; ++b) {
+    if (b > 0) {
+      const float* entering = in + clamped(b + half, last) * in_stride;
+      const float* leaving = in + clamped(b - half - 1, last) * in_stride;
+      for (long p = 0; p < n; ++p) {
+        sum[p] += static_cast<double>(entering[p]) - static_cast<double>(leaving[p]);
+      }
+    }
+    float* to = out + b * out_stride;
+    for (long p = 0; p < n; ++p) {
+      to[p] = static_cast<float>(sum[p] * scale);
+    }
+  }
+}
+
+// Runs a filter over every spectrum of `in`, writing `out` in the same
+// layout; out may be in's own memory. Pixels are shared out among the threads
+// in runs. Band planes are read where they lie (runs of 512 pixels), unless the
+// filter writes over them, when a run's originals are copied aside first;
+// interleaved pixels are gathered into band order 16 at a time (each band's 16
+// values one cache line) and scattered back.
+template <typename Filter>
+void filter_spectra(const image_view& in, float* out, Filter filter) {
+  const long bands = static_cast<long>(in.bands);
+  const long pixels = static_cast<long>(in.rows * in.cols);
+  if (bands == 0 || pixels == 0) {
+    return;
+  }
+  const long run = in.interleaved ? 16 : 512;
+  const bool in_place = in.data == out;
 #pragma omp parallel
   {
-    std::vector<float> ring(static_cast<std::size_t>(ring_size * block));
-    std::vector<double> sum(block);
+    std::vector<float> originals(static_cast<std::size_t>(run * bands));
+    std::vector<float> results(in.interleaved ? static_cast<std::size_t>(run * bands) : 0);
 #pragma omp for schedule(static)
-    for (long start = 0; start < plane; start += block) {
-      const long n = std::min(block, plane - start);
-      // The window of band 0: band 0 repeated half + 1 times, then bands 1 .. half.
-      std::fill(sum.begin(), sum.begin() + n, 0.0);
-      for (long j = -half; j <= half; ++j) {
-        const float* source = data.slice_memptr(clamped(j, last)) + start;
-        for (long p = 0; p < n; ++p) {
-          sum[p] += source[p];
+    for (long start = 0; start < pixels; start += run) {
+      const long n = std::min(run, pixels - start);
+      if (!in.interleaved) {
+        const float* source = in.data + start;
+        long stride = pixels;
+        if (in_place) {
+          for (long b = 0; b < bands; ++b) {
+            std::copy(source + b * pixels, source + b * pixels + n, originals.data() + b * run);
+          }
+          source = originals.data();
+          stride = run;
+        }
+        filter(source, stride, out + start, pixels, n);
+        continue;
+      }
+      const float* first = in.data + start * bands;
+      for (long p = 0; p < n; ++p) {
+        for (long b = 0; b < bands; ++b) {
+          originals[b * run + p] = first[p * bands + b];
         }
       }
-      for (long b = 0; b < bands; ++b) {
-        float* out = data.slice_memptr(b) + start;
-        std::copy(out, out + n, ring.data() + (b % ring_size) * block);
-        if (b > 0) {
-          // Band b + half has not been overwritten yet; band b - half - 1 is in the ring.
-          const long entering = clamped(b + half, last);
-          const long leaving = clamped(b - half - 1, last);
-          const float* in = entering <= b ? ring.data() + (entering % ring_size) * block
-                                          : data.slice_memptr(entering) + start;
-          const float* gone = ring.data() + (leaving % ring_size) * block;
-          for (long p = 0; p < n; ++p) {
-            sum[p] += static_cast<double>(in[p]) - static_cast<double>(gone[p]);
-          }
-        }
-        for (long p = 0; p < n; ++p) {
-          out[p] = static_cast<float>(sum[p] * scale);
+      filter(originals.data(), run, results.data(), run, n);
+      float* to = out + start * bands;
+      for (long p = 0; p < n; ++p) {
+        for (long b = 0; b < bands; ++b) {
+          to[p * bands + b] = results[b * run + p];
         }
       }
     }
   }
+}
+
+void check_moving_average(int window) {
+  if (window < 3 || window % 2 == 0) {
+    log_and_throw("moving_average: Window size is incorrect. (greater than 3 and odd)");
+  }
+}
+
+void box_filter(const image_view& in, float* out, int window) {
+  check_moving_average(window);
+  const long bands = static_cast<long>(in.bands);
+  filter_spectra(in, out,
+                 [&](const float* from, long from_stride, float* to, long to_stride, long n) {
+                   thread_local std::vector<double> sum;
+                   sum.resize(static_cast<std::size_t>(n));
+                   box_run(from, from_stride, to, to_stride, n, bands, window, sum.data());
+                 });
+}
+
+void weighted_filter(const image_view& in, float* out, int window) {
+  float normaliser = 1.0f;
+  const std::vector<float> weights = savitzky_golay_weights(window, normaliser);
+  const long bands = static_cast<long>(in.bands);
+  filter_spectra(
+      in, out, [&](const float* from, long from_stride, float* to, long to_stride, long n) {
+        thread_local std::vector<float> sum;
+        sum.resize(static_cast<std::size_t>(n));
+        weighted_run(from, from_stride, to, to_stride, n, bands, weights, normaliser, sum.data());
+      });
 }
 
 }  // namespace
@@ -134,23 +171,29 @@ std::vector<float> savitzky_golay_weights(int window, float& normaliser) {
 
 std::vector<float> smooth_spectrum(const std::vector<float>& spectrum,
                                    const std::vector<float>& weights, float normaliser) {
-  cube one(1, 1, spectrum.size());
-  std::copy(spectrum.begin(), spectrum.end(), one.begin());
-  smooth_bands(one, weights, normaliser);
-  return std::vector<float>(one.begin(), one.end());
+  const long bands = static_cast<long>(spectrum.size());
+  std::vector<float> smoothed(spectrum.size());
+  if (bands > 0) {
+    float sum = 0.0f;
+    weighted_run(spectrum.data(), 1, smoothed.data(), 1, 1, bands, weights, normaliser, &sum);
+  }
+  return smoothed;
 }
 
 void moving_average(cube& data, int window) {
-  if (window < 3 || window % 2 == 0) {
-    log_and_throw("moving_average: Window size is incorrect. (greater than 3 and odd)");
-  }
-  box_bands(data, window);
+  box_filter(image_view::of(data), data.memptr(), window);
 }
 
 void savitzky_golay(cube& data, int window) {
-  float normaliser = 1.0f;
-  const std::vector<float> weights = savitzky_golay_weights(window, normaliser);
-  smooth_bands(data, weights, normaliser);
+  weighted_filter(image_view::of(data), data.memptr(), window);
+}
+
+void moving_average(const image_view& data, float* out, int window) {
+  box_filter(data, out, window);
+}
+
+void savitzky_golay(const image_view& data, float* out, int window) {
+  weighted_filter(data, out, window);
 }
 
 }  // namespace corv

@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "corv/io/image_view.h"
 #include "corv/io/types.h"
 
 namespace corv {
@@ -15,6 +16,10 @@ namespace corv {
 void moving_average(cube& data, int window);
 // Quadratic Savitzky-Golay smoothing for windows 5, 7 and 9.
 void savitzky_golay(cube& data, int window);
+// The same from pixels in memory of either layout into `out`, which has the
+// layout and size of `data` and must not overlap it.
+void moving_average(const image_view& data, float* out, int window);
+void savitzky_golay(const image_view& data, float* out, int window);
 
 // The weighted sum over a window centred on each band, divided by the
 // normaliser, of one spectrum (the same rule as the cube filters).

@@ -6,9 +6,21 @@
 namespace corv {
 
 pixel_tile tile_at(const cube& data, arma::uword first_row, arma::uword end_row, arma::uword col) {
-  const float* first = data.memptr() + first_row + col * data.n_rows;
-  return {first, data.n_rows * data.n_cols, end_row - first_row,
-          col + 1 < data.n_cols ? first + data.n_rows : nullptr};
+  return tile_at(image_view::of(data), first_row, end_row, col);
+}
+
+pixel_tile tile_at(const image_view& data, arma::uword first_row, arma::uword end_row,
+                   arma::uword col) {
+  const float* first = data.data + first_row + col * data.rows;
+  return {first, data.rows * data.cols, end_row - first_row,
+          col + 1 < data.cols ? first + data.rows : nullptr};
+}
+
+pixel_tile line_tile_at(const image_view& data, arma::uword row, arma::uword first_col) {
+  const float* first = data.data + (row * data.cols + first_col) * data.bands;
+  const arma::uword pixels = std::min(tile_products::tile, data.cols - first_col);
+  const bool last = row + 1 == data.rows && first_col + pixels == data.cols;
+  return {first, 1, pixels, last ? nullptr : first + pixels * data.bands, data.bands};
 }
 
 tile_products::tile_products(const arma::mat& vectors)
@@ -108,7 +120,19 @@ void tile_products::compute(const pixel_tile& pixels, double* products, double* 
   // band's: fetching the next tile's lines now hides most of the wait.
   std::vector<double>& x = workspace();
   x.assign(bands_ * tile, 0.0);
-  for (arma::uword b = 0; b < bands_; ++b) {
+  if (pixels.pixel_stride != 1) {
+    // Pixel after pixel, each spectrum read in order.
+    if (pixels.next != nullptr) {
+      __builtin_prefetch(pixels.next);
+    }
+    for (arma::uword p = 0; p < pixels.pixels; ++p) {
+      const float* pixel = pixels.first + p * pixels.pixel_stride;
+      for (arma::uword b = 0; b < bands_; ++b) {
+        x[b * tile + p] = pixel[b * pixels.band_stride];
+      }
+    }
+  }
+  for (arma::uword b = 0; pixels.pixel_stride == 1 && b < bands_; ++b) {
     const float* band = pixels.first + b * pixels.band_stride;
     if (pixels.next != nullptr) {
       __builtin_prefetch(pixels.next + b * pixels.band_stride);

@@ -3,23 +3,32 @@
 
 #include <vector>
 
+#include "corv/io/image_view.h"
 #include "corv/io/types.h"
 
 namespace corv {
 
-// Where the pixels of a tile lie in a cube: pixel p's band b at
-// first[p + b * band_stride], p < pixels. The tile to be read after this one,
-// if any, is fetched into the cache ahead of its turn.
+// Where the pixels of a tile lie: pixel p's band b at
+// first[p * pixel_stride + b * band_stride], p < pixels. The tile to be read
+// after this one, if any, is fetched into the cache ahead of its turn.
 struct pixel_tile {
   const float* first;
   arma::uword band_stride;
   arma::uword pixels;
   const float* next;
+  arma::uword pixel_stride = 1;
 };
 
 // The tile of rows first_row .. end_row - 1 (at most tile_products::tile of
-// them) in column col of a cube; the tile of the next column follows it.
+// them) in column col of a cube, or of an image in band planes; the tile of
+// the next column follows it.
 pixel_tile tile_at(const cube& data, arma::uword first_row, arma::uword end_row, arma::uword col);
+pixel_tile tile_at(const image_view& data, arma::uword first_row, arma::uword end_row,
+                   arma::uword col);
+// The tile of columns first_col .. first_col + tile - 1 (fewer at the end of
+// the line) in line row of an interleaved image; the next tile of the line,
+// or the first of the next line, follows it.
+pixel_tile line_tile_at(const image_view& data, arma::uword row, arma::uword first_col);
 
 // Dot products of pixel spectra with a fixed set of vectors, a tile of pixels
 // at a time. A cube stores each band as a column-major plane, so the pixels of

@@ -1,6 +1,7 @@
 #ifndef CORV_ANALYSIS_UNMIXING_H
 #define CORV_ANALYSIS_UNMIXING_H
 
+#include "corv/io/image_view.h"
 #include "corv/io/types.h"
 
 namespace corv {
@@ -20,6 +21,10 @@ namespace corv {
 // logger's progress follows the rows and an abort request stops the work with
 // "Processing was aborted!"; on any failure fractions and indexes are unchanged.
 void unmix_by_spectra(const cube& I, const vector& wavelengths, const matrix& spectra,
+                      const vector& spectra_waves, cube& fractions, cube& indexes, int k);
+
+// The same on pixels lying in memory of either layout, read where they are.
+void unmix_by_spectra(const image_view& I, const vector& wavelengths, const matrix& spectra,
                       const vector& spectra_waves, cube& fractions, cube& indexes, int k);
 
 }  // namespace corv

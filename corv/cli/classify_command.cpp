@@ -3,12 +3,15 @@
 #include <string>
 #include <vector>
 
+#include "corv/analysis/reference_ranking.h"
 #include "corv/analysis/sam.h"
 #include "corv/analysis/svm.h"
 #include "corv/analysis/unmixing.h"
 #include "corv/cli/arguments.h"
 #include "corv/cli/image_files.h"
+#include "corv/cli/streaming.h"
 #include "corv/io/envi_library.h"
+#include "corv/io/envi_writer.h"
 #include "corv/io/file_path.h"
 #include "corv/io/hdr_output.h"
 #include "corv/io/library_csv.h"
@@ -46,6 +49,33 @@ void write_result(const cube& data, const std::string& name) {
   std::cout << name << ".hdr\n";
 }
 
+// sam and unmix over an ENVI image block by block: the references are made
+// ready once, every block of rows is ranked and its results written at once.
+void rank_streamed(reference_ranking::result kind, hdr_input& image, const matrix& spectra,
+                   const vector& spectra_waves, int k, const std::string& prefix) {
+  const reference_ranking ranking(kind, image.height(), image.width(), image.bands(),
+                                  image.wavelengths(), spectra, spectra_waves, k);
+  image_part part = image_part::whole(image);
+  if (!ranking.bands().empty()) {
+    part.bands = ranking.bands();
+  }
+  const vector ranks = arma::regspace<vector>(1, static_cast<float>(ranking.results()));
+  const std::string values_name = prefix + "_values", indexes_name = prefix + "_indexes";
+  stream_run run(stage_classification);
+  envi_writer values_out(values_name + ".fla", part.rows(), part.cols(), ranks, 4, false, 0.0);
+  envi_writer indexes_out(indexes_name + ".fla", part.rows(), part.cols(), ranks, 4, false, 0.0);
+  run.for_each_block(image, part, [&](cube& block, arma::uword first) {
+    cube values, indexes;
+    ranking.rank(image_view::of(block), values, indexes, {first, part.rows()});
+    values_out.write_rows(values, first);
+    indexes_out.write_rows(indexes, first);
+  });
+  values_out.commit();
+  indexes_out.commit();
+  run.finish();
+  std::cout << values_name << ".hdr\n" << indexes_name << ".hdr\n";
+}
+
 }  // namespace
 
 int classify_command(const std::vector<std::string>& words) {
@@ -64,10 +94,21 @@ int classify_command(const std::vector<std::string>& words) {
   }
   const int k = args.integer("-k").value_or(5);
 
-  pipeline image(open_image(args.positionals()[0], false));
+  const auto source = open_image(args.positionals()[0], false);
   const spectral_library library = read_library(*library_name);
   const matrix spectra = library.endmembers().t();
   const vector& spectra_waves = library.wavelengths();
+  const auto streamed = streamable(source, args.flag("--reflectance"));
+  if (streamed && *method != "svm") {
+    return interruptible([&] {
+      rank_streamed(*method == "sam" ? reference_ranking::result::angles
+                                     : reference_ranking::result::fractions,
+                    *streamed, spectra, spectra_waves, k, *prefix);
+      return 0;
+    });
+  }
+  require_memory(*source, 2, "classify");
+  pipeline image(source);
   // The reflectance cube is what matches a library of reflectances; the
   // image as recorded is the default, as everywhere else.
   const cube& data = args.flag("--reflectance") ? image.s() : image.I();

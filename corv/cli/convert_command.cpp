@@ -3,6 +3,7 @@
 #include "corv/cli/arguments.h"
 #include "corv/cli/commands.h"
 #include "corv/cli/image_files.h"
+#include "corv/cli/streaming.h"
 #include "corv/io/hdr_input.h"
 #include "corv/pipeline/pipeline.h"
 
@@ -29,6 +30,16 @@ int convert_command(const std::vector<std::string>& words) {
   // A reflectance image has only s to write.
   const auto* envi = dynamic_cast<const hdr_input*>(source.get());
   const bool reflectance = args.flag("--reflectance") || (envi && envi->is_reflectance());
+  // ENVI to ENVI goes block by block, whatever the image's size.
+  const auto streamed = streamable(source, reflectance);
+  if (streamed && !components_out && !is_hsz_name(out)) {
+    return interruptible([&] {
+      write_blocks(*streamed, image_part::whole(*streamed), streamed->wavelengths(), out, data_type,
+                   reflectance, stage_conversion, nullptr);
+      return 0;
+    });
+  }
+  require_memory(*source, 2, "convert");
   pipeline image(source);
   write_image(image, out, components_out.has_value(), data_type, reflectance);
   return 0;

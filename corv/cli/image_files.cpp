@@ -22,6 +22,10 @@ bool is_envi_name(const std::string& extension) {
 
 }  // namespace
 
+bool is_hsz_name(const std::string& name) {
+  return lower_case(file_path::split(name).extension) == ".hsz";
+}
+
 std::pair<std::string, std::string> directory_and_prefix(const std::string& name) {
   const std::filesystem::path path(name);
   const std::string directory = path.has_parent_path() ? path.parent_path().string() : ".";
@@ -56,7 +60,7 @@ void write_image(pipeline& image, const std::string& name, bool components, int 
   output_ptr destination;
   if (components) {
     destination = std::make_shared<component_output>();
-  } else if (lower_case(file_path::split(name).extension) == ".hsz") {
+  } else if (is_hsz_name(name)) {
     destination = std::make_shared<hsz_output>();
   } else {
     destination = std::make_shared<hdr_output>(reflectance, data_type);

@@ -24,6 +24,9 @@ void check_output_name(const std::string& name, bool components);
 void write_image(pipeline& image, const std::string& name, bool components, int data_type,
                  bool reflectance);
 
+// Whether an output name asks for the HSZ container.
+bool is_hsz_name(const std::string& name);
+
 // Splits "DIR/PREFIX" ("PREFIX" alone means the current directory).
 std::pair<std::string, std::string> directory_and_prefix(const std::string& name);
 

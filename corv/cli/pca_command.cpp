@@ -3,6 +3,7 @@
 #include "corv/cli/arguments.h"
 #include "corv/cli/commands.h"
 #include "corv/cli/image_files.h"
+#include "corv/cli/streaming.h"
 #include "corv/io/hdr_output.h"
 #include "corv/pipeline/pipeline.h"
 
@@ -21,7 +22,9 @@ int pca_command(const std::vector<std::string>& words) {
   if (out) {
     check_output_name(*out, false);
   }
-  pipeline image(open_image(args.positionals()[0], args.flag("--from-components")));
+  const auto source = open_image(args.positionals()[0], args.flag("--from-components"));
+  require_memory(*source, 3, "pca");
+  pipeline image(source);
   image.set_principal_components(*count);
   image.process_analysis(args.flag("--reflectance"));
 

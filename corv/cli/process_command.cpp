@@ -14,6 +14,7 @@
 #include "corv/cli/image_files.h"
 #include "corv/cli/interrupt.h"
 #include "corv/cli/progress_monitor.h"
+#include "corv/cli/streaming.h"
 #include "corv/io/envi_library.h"
 #include "corv/io/file_path.h"
 #include "corv/io/hdr_input.h"
@@ -385,6 +386,8 @@ int run(const arguments& args) {
   }
   const interrupt_scope interrupts;
   const auto source = open_image(r.in, args.flag("--from-components"));
+  // The stages work on the whole image and what they compute from it.
+  require_memory(*source, 4, "process");
   const auto* envi = dynamic_cast<const hdr_input*>(source.get());
   const bool reflectance_image = envi && envi->is_reflectance();
   pipeline image(source);
@@ -419,18 +422,7 @@ int process_command(const std::vector<std::string>& words) {
   const arguments args(words, {"--reflectance", "--materials", "--from-components"},
                        {"-o", "--filter", "--illuminant", "--endmembers", "--pca", "--pca-out",
                         "--set", "-v", "--illuminant-csv", "--components", "--data-type"});
-  try {
-    return run(args);
-  } catch (const usage_error&) {
-    throw;
-  } catch (const std::exception&) {
-    // Whatever the stage made of the interrupt, the tool reports it the same way.
-    if (interrupt_requested()) {
-      std::cerr << "Processing was aborted!\n";
-      return 130;
-    }
-    throw;
-  }
+  return interruptible([&] { return run(args); });
 }
 
 }  // namespace corv::cli

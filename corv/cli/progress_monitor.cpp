@@ -52,6 +52,12 @@ std::string progress_monitor::stage_name(int stage) {
       return "classification";
     case stage_filter:
       return "filter";
+    case stage_conversion:
+      return "conversion";
+    case stage_preparation:
+      return "preparation";
+    case stage_band_maths:
+      return "band maths";
     default:
       return "stage " + std::to_string(stage);
   }

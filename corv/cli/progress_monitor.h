@@ -10,6 +10,14 @@
 
 namespace corv::cli {
 
+// Stages of the commands that stream an image through in row blocks, beside
+// the library's own stage numbers.
+enum streamed_stage : int {
+  stage_conversion = 8,
+  stage_preparation = 9,
+  stage_band_maths = 10,
+};
+
 // Shows the running stage and its percentage while the pipeline works on the
 // calling thread. A thread of its own polls the logger's stage and progress
 // every 100 ms (the stages write them without locks) and forwards an interrupt

@@ -106,27 +106,31 @@ void gdal_raster::read_band(unsigned band, int first_row, int first_col, int row
   read_band(band, first_row, first_col, rows, cols, slice, lines.get(), chunk);
 }
 
-void gdal_raster::read_band(unsigned band, int first_row, int first_col, int rows, int cols,
-                            float* slice, float* lines, int chunk) const {
+void gdal_raster::read_lines(unsigned band, int first_row, int first_col, int rows, int cols,
+                             float* lines) const {
   quiet_gdal quiet;
   one_big_read whole_lines;
   GDALRasterBand* raster = dataset_->GetRasterBand(static_cast<int>(band) + 1);
+  // GDAL 3.6 reads a window of whole lines as if the band's lines followed each
+  // other in the file; in a line-interleaved file they don't, so one line a call.
+  const int step = band_lines_apart_ ? 1 : rows;
+  for (int line = 0; line < rows; line += step) {
+    if (raster == nullptr || raster->RasterIO(GF_Read, first_col, first_row + line, cols, step,
+                                              lines + static_cast<std::size_t>(line) * cols, cols,
+                                              step, GDT_Float32, 0, 0, nullptr) != CE_None) {
+      const std::string reason = CPLGetLastErrorMsg();
+      throw std::runtime_error("gdal_raster: Cannot read band " + std::to_string(band + 1) +
+                               " of " + dataset_->GetDescription() +
+                               (reason.empty() ? std::string(".") : ": " + reason));
+    }
+  }
+}
+
+void gdal_raster::read_band(unsigned band, int first_row, int first_col, int rows, int cols,
+                            float* slice, float* lines, int chunk) const {
   for (int row = 0; row < rows; row += chunk) {
     const int count = std::min(chunk, rows - row);
-    // GDAL 3.6 reads a window of whole lines as if the band's lines followed each
-    // other in the file; in a line-interleaved file they don't, so one line a call.
-    const int step = band_lines_apart_ ? 1 : count;
-    for (int line = 0; line < count; line += step) {
-      if (raster == nullptr ||
-          raster->RasterIO(GF_Read, first_col, first_row + row + line, cols, step,
-                           lines + static_cast<std::size_t>(line) * cols, cols, step, GDT_Float32,
-                           0, 0, nullptr) != CE_None) {
-        const std::string reason = CPLGetLastErrorMsg();
-        throw std::runtime_error("gdal_raster: Cannot read band " + std::to_string(band + 1) +
-                                 " of " + dataset_->GetDescription() +
-                                 (reason.empty() ? std::string(".") : ": " + reason));
-      }
-    }
+    read_lines(band, first_row + row, first_col, count, cols, lines);
     transpose_into(lines, cols, count, cols, slice + row, rows);
   }
 }

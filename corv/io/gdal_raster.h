@@ -35,6 +35,10 @@ class gdal_raster {
   // first_col), as float into a column-major slice. Throws on a GDAL failure.
   void read_band(unsigned band, int first_row, int first_col, int rows, int cols,
                  float* slice) const;
+  // Reads rows x cols samples of a band as they lie in an image, line after line
+  // (element (r, c) at lines[r * cols + c]). Throws on a GDAL failure.
+  void read_lines(unsigned band, int first_row, int first_col, int rows, int cols,
+                  float* lines) const;
   // Reads whole bands (or a rectangle of them) into a new cube, large cubes on
   // several threads. A cube larger than this machine's memory is refused before
   // it is allocated ("gdal_raster: <file> needs ...", see require_memory).

@@ -9,6 +9,7 @@
 #include "corv/io/file_path.h"
 #include "corv/io/gdal_raster.h"
 #include "corv/io/logger.h"
+#include "corv/io/transpose.h"
 
 namespace corv {
 
@@ -210,8 +211,8 @@ band_list hdr_input::all_bands() const {
   return bands;
 }
 
-cube hdr_input::read(const band_list& bands, int first_row, int first_col, int last_row,
-                     int last_col) {
+void hdr_input::check_part(const band_list& bands, int first_row, int first_col, int last_row,
+                           int last_col) const {
   if (first_row < 0 || first_col < 0 || first_row > last_row || first_col > last_col ||
       last_row > static_cast<int>(height_) - 1 || last_col > static_cast<int>(width_) - 1) {
     throw std::runtime_error("hdr_input: Crop out of range.");
@@ -221,6 +222,11 @@ cube hdr_input::read(const band_list& bands, int first_row, int first_col, int l
       throw std::runtime_error("hdr_input: Bands requested out of range.");
     }
   }
+}
+
+cube hdr_input::read(const band_list& bands, int first_row, int first_col, int last_row,
+                     int last_col) {
+  check_part(bands, first_row, first_col, last_row, last_col);
   const bool whole_extent = first_row == 0 && first_col == 0 &&
                             last_row == static_cast<int>(height_) - 1 &&
                             last_col == static_cast<int>(width_) - 1;
@@ -236,6 +242,23 @@ cube hdr_input::read(const band_list& bands, int first_row, int first_col, int l
   }
   return raster_->read(bands, first_row, first_col, last_row - first_row + 1,
                        last_col - first_col + 1);
+}
+
+cube hdr_input::read_part(const band_list& bands, int first_row, int first_col, int last_row,
+                          int last_col) {
+  return read(bands, first_row, first_col, last_row, last_col);
+}
+
+void hdr_input::read_lines(unsigned band, int first_row, int first_col, int last_row, int last_col,
+                           float* lines) {
+  check_part({band}, first_row, first_col, last_row, last_col);
+  const int rows = last_row - first_row + 1, cols = last_col - first_col + 1;
+  if (held_) {
+    const float* slice = held_->slice_memptr(band) + first_row + first_col * held_->n_rows;
+    transpose_into(slice, held_->n_rows, cols, rows, lines, cols);
+    return;
+  }
+  raster_->read_lines(band, first_row, first_col, rows, cols, lines);
 }
 
 cube hdr_input::whole() {

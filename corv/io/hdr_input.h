@@ -30,6 +30,16 @@ class hdr_input : public input {
   GDALDataset* gdal_dataset_ptr() override;
   int input_kind() const override { return kind_hdr; }
 
+  // Rows first_row .. last_row and columns first_col .. last_col (inclusive)
+  // of the listed bands of the cube the file holds, I or, for a reflectance
+  // image, s, with the crop and band checks of I: for reading an image in parts.
+  cube read_part(const band_list& bands, int first_row, int first_col, int last_row, int last_col);
+
+  // The same for one band, line after line as the lines lie in the image
+  // (element (r, c) at lines[r * columns + c]), into the caller's buffer.
+  void read_lines(unsigned band, int first_row, int first_col, int last_row, int last_col,
+                  float* lines);
+
   bool is_reflectance() const { return reflectance_; }
   bool hold() const { return hold_; }
   void set_hold(bool hold);
@@ -45,6 +55,9 @@ class hdr_input : public input {
   void require_irradiance(const std::string& member) const;
   void require_reflectance(const std::string& member) const;
   cube read(const band_list& bands, int first_row, int first_col, int last_row, int last_col);
+  // The crop and band checks of the part reads.
+  void check_part(const band_list& bands, int first_row, int first_col, int last_row,
+                  int last_col) const;
   cube whole();
   // The held cube, read on first use.
   cube_ptr held();

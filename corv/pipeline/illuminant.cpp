@@ -8,10 +8,15 @@
 namespace corv {
 
 void check_illuminant_image(const cube& I, const std::string& method, int verbosity) {
-  if (I.n_rows == 0 || I.n_cols == 0 || I.n_slices == 0) {
+  check_illuminant_image(I.n_rows, I.n_cols, I.n_slices, method, verbosity);
+}
+
+void check_illuminant_image(arma::uword rows, arma::uword cols, arma::uword bands,
+                            const std::string& method, int verbosity) {
+  if (rows == 0 || cols == 0 || bands == 0) {
     log_and_throw("Illuminant Recovery: Data size is incorrect.");
   }
-  if (I.n_slices < 2) {
+  if (bands < 2) {
     log_and_throw(
         "Illuminant Recovery: Image must have at least 2 bands for Illumination recovery.");
   }
@@ -19,9 +24,9 @@ void check_illuminant_image(const cube& I, const std::string& method, int verbos
     logger& log = logger::instance();
     log << method << ": Image Information~"
         << "EOL";
-    log << "Height: " << I.n_rows << "EOL";
-    log << "Width:  " << I.n_cols << "EOL";
-    log << "Bands:  " << I.n_slices << "EOL";
+    log << "Height: " << rows << "EOL";
+    log << "Width:  " << cols << "EOL";
+    log << "Bands:  " << bands << "EOL";
   }
 }
 

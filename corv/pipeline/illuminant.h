@@ -1,6 +1,7 @@
 #ifndef CORV_PIPELINE_ILLUMINANT_H
 #define CORV_PIPELINE_ILLUMINANT_H
 
+#include "corv/io/image_view.h"
 #include "corv/io/types.h"
 
 namespace corv {
@@ -43,6 +44,11 @@ vector recover_illuminant_GE(const cube& I, int order, int verbosity);
 vector recover_illuminant_WP(const cube& I, int verbosity);  // gray world (mean)
 vector recover_illuminant_SG(const cube& I, int order, int verbosity);
 vector recover_illuminant_GW(const cube& I, int verbosity);  // white patch (maximum)
+// The three per-band statistics on pixels in memory of either layout, read
+// where they lie.
+vector recover_illuminant_WP(const image_view& I, int verbosity);
+vector recover_illuminant_SG(const image_view& I, int order, int verbosity);
+vector recover_illuminant_GW(const image_view& I, int verbosity);
 
 }  // namespace corv
 

@@ -14,6 +14,8 @@ namespace corv {
 // Refuses an empty or one-band image and logs "<method>: Image Information~"
 // with the dimensions when verbosity is above 0.
 void check_illuminant_image(const cube& I, const std::string& method, int verbosity);
+void check_illuminant_image(arma::uword rows, arma::uword cols, arma::uword bands,
+                            const std::string& method, int verbosity);
 
 // The estimate scaled to unit Euclidean norm; an estimate that is zero in every
 // band is refused rather than turned into NaN.

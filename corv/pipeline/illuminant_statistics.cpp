@@ -3,8 +3,11 @@
 // gray) and Minkowski mean of the derivatives (gray edge). Their logged names
 // are those the log has always used: the gray-world routine logs "WP" and the
 // white-patch routine "GW".
+#include <algorithm>
 #include <cmath>
+#include <limits>
 #include <string>
+#include <vector>
 
 #include "corv/io/logger.h"
 #include "corv/pipeline/illuminant.h"
@@ -23,6 +26,57 @@ vector per_band(const cube& I, Statistic statistic) {
     estimate(b) = statistic(I.slice(b));
   }
   return unit_illuminant(estimate);
+}
+
+// Folds value(x) of every pixel into one total per band, in double, starting
+// from `start`: band by band for band planes (eight running totals a band, so
+// that the folds do not wait on each other), pixel by pixel for interleaved
+// pixels (every band's total at once). One thread: the work is bound by
+// memory, and on a busy machine a second thread costs more in waiting for it
+// than it saves.
+template <typename Value, typename Fold>
+arma::vec band_totals(const image_view& I, double start, Value value, Fold fold) {
+  logger::instance().check_abort();
+  const arma::uword pixels = I.rows * I.cols;
+  arma::vec totals(I.bands);
+  if (!I.interleaved) {
+    constexpr arma::uword lanes = 8;
+    for (arma::uword b = 0; b < I.bands; ++b) {
+      const float* x = I.data + b * pixels;
+      double lane[lanes];
+      std::fill(lane, lane + lanes, start);
+      arma::uword p = 0;
+      for (; p + lanes <= pixels; p += lanes) {
+        for (arma::uword i = 0; i < lanes; ++i) {
+          lane[i] = fold(lane[i], value(x[p + i]));
+        }
+      }
+      double total = start;
+      for (const double part : lane) {
+        total = fold(total, part);
+      }
+      for (; p < pixels; ++p) {
+        total = fold(total, value(x[p]));
+      }
+      totals(b) = total;
+    }
+  } else {
+    std::vector<double> running(I.bands, start);
+    double* share = running.data();
+    for (arma::uword p = 0; p < pixels; ++p) {
+      const float* x = I.data + p * I.bands;
+      for (arma::uword b = 0; b < I.bands; ++b) {
+        share[b] = fold(share[b], value(x[b]));
+      }
+    }
+    std::copy(running.begin(), running.end(), totals.begin());
+  }
+  logger::instance().check_abort();
+  return totals;
+}
+
+double add(double a, double b) {
+  return a + b;
 }
 
 void check_order(int order, const std::string& method) {
@@ -72,32 +126,45 @@ double derivative(const matrix& band, arma::uword r, arma::uword c, bool along_r
 
 }  // namespace
 
+vector recover_illuminant_GW(const image_view& I, int verbosity) {
+  check_illuminant_image(I.rows, I.cols, I.bands, "recover_illuminant_GW", verbosity);
+  return unit_illuminant(band_totals(
+      I, -std::numeric_limits<double>::infinity(), [](float x) { return static_cast<double>(x); },
+      [](double a, double b) { return std::max(a, b); }));
+}
+
+vector recover_illuminant_WP(const image_view& I, int verbosity) {
+  check_illuminant_image(I.rows, I.cols, I.bands, "recover_illuminant_WP", verbosity);
+  const arma::vec sums = band_totals(
+      I, 0.0, [](float x) { return static_cast<double>(x); }, add);
+  return unit_illuminant(sums / static_cast<double>(I.rows * I.cols));
+}
+
+vector recover_illuminant_SG(const image_view& I, int order, int verbosity) {
+  check_illuminant_image(I.rows, I.cols, I.bands, "recover_illuminant_SG", verbosity);
+  check_order(order, "recover_illuminant_SG");
+  const arma::vec sums = band_totals(
+      I, 0.0,
+      [order](float x) { return order == 1 ? double(x) : std::pow(static_cast<double>(x), order); },
+      add);
+  const arma::vec means = sums / static_cast<double>(I.rows * I.cols);
+  return unit_illuminant(order == 1 ? means : arma::vec(arma::pow(means, 1.0 / order)));
+}
+
 vector recover_illuminant_GW(const cube& I, int verbosity) {
-  check_illuminant_image(I, "recover_illuminant_GW", verbosity);
-  return per_band(I, [](const matrix& band) { return static_cast<double>(band.max()); });
+  return recover_illuminant_GW(image_view::of(I), verbosity);
 }
 
 vector recover_illuminant_WP(const cube& I, int verbosity) {
-  check_illuminant_image(I, "recover_illuminant_WP", verbosity);
-  return per_band(I, [](const matrix& band) {
-    return arma::accu(arma::conv_to<arma::mat>::from(band)) / static_cast<double>(band.n_elem);
-  });
+  return recover_illuminant_WP(image_view::of(I), verbosity);
 }
 
 vector recover_illuminant_SG(const cube& I, int order, int verbosity) {
-  check_illuminant_image(I, "recover_illuminant_SG", verbosity);
-  check_order(order, "recover_illuminant_SG");
-  return per_band(I, [order](const matrix& band) {
-    minkowski_mean mean(order);
-    for (const float value : band) {
-      mean.add(value);
-    }
-    return mean.value();
-  });
+  return recover_illuminant_SG(image_view::of(I), order, verbosity);
 }
 
 vector recover_illuminant_GE(const cube& I, int order, int verbosity) {
-  check_illuminant_image(I, "recover_illuminant_GE", verbosity);
+  check_illuminant_image(I.n_rows, I.n_cols, I.n_slices, "recover_illuminant_GE", verbosity);
   check_order(order, "recover_illuminant_GE");
   return per_band(I, [order](const matrix& band) {
     minkowski_mean horizontal(order), vertical(order);

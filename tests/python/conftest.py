@@ -10,9 +10,9 @@ from corv_testing import CORV_BIN, MODULE_DIR, SAMPLE_HEADER, SHARED_DATA, SHARE
 
 
 def _import_corv():
-    # Without PYTHONPATH the module comes from the default build folder. The
-    # source folder corv/ would import as an empty namespace package, so a
-    # module without a file is not the built one.
+    # Without PYTHONPATH the package comes from the default build folder. The
+    # C++ source folder corv/ would import as an empty namespace package, so a
+    # package without a file is not the built one.
     found = importlib.util.find_spec("corv")
     if found is None or found.origin is None:
         sys.path.insert(0, str(MODULE_DIR))

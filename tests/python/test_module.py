@@ -700,3 +700,38 @@ def test_tiff_refusals(tmp_path, logger):
         f"Error constructing TIF Input: {broken}"
     )
     assert last_line(logger) == f"Error constructing TIF Input: {broken}, The file is invalid."
+
+
+def test_arrays_cross_the_boundary_without_copies_and_in_either_order():
+    rng = np.random.default_rng(12)
+    c_order = rng.random((9, 7, 12), dtype=np.float32)
+    waves = np.linspace(400, 700, 12, dtype=np.float32)
+    references = c_order[0, :3]
+    layouts = (c_order, np.asfortranarray(c_order), c_order.astype(np.float64),
+               c_order[:, :, ::-1][:, :, ::-1])  # a view that is neither order
+    calls = {
+        "savitzky_golay": lambda I: corv.savitzky_golay(I, 7),
+        "moving_average": lambda I: corv.moving_average(I, 5),
+        "sam": lambda I: corv.sam(I, waves, references, None, 2),
+        "unmix_by_spectra": lambda I: corv.unmix_by_spectra(I, waves, references, None, 2),
+        "gray world": corv.recover_illuminant_WP,
+        "white patch": corv.recover_illuminant_GW,
+        "shade of gray": lambda I: corv.recover_illuminant_SG(I, 3),
+    }
+    for name, call in calls.items():
+        results = [call(I) for I in layouts]
+        for other in results[1:]:
+            pairs = zip(results[0], other) if isinstance(other, tuple) else [(results[0], other)]
+            for a, b in pairs:
+                np.testing.assert_allclose(a, b, rtol=1e-6, err_msg=name)
+
+    # A result owns the library's memory; the filters keep the input's order.
+    angles, _ = corv.sam(c_order, waves, references, None, 2)
+    assert angles.flags.f_contiguous and angles.base is not None and angles.flags.writeable
+    assert corv.savitzky_golay(c_order, 5).flags.c_contiguous
+    assert corv.savitzky_golay(np.asfortranarray(c_order), 5).flags.f_contiguous
+    # Read in place is read only: the input is never changed.
+    before = c_order.copy()
+    corv.moving_average(c_order, 3)
+    corv.resize_cube(np.asfortranarray(c_order), 4, 4)
+    np.testing.assert_array_equal(c_order, before)
