@@ -53,6 +53,26 @@ QPixmap splash_picture() {
   return picture;
 }
 
+void name_application() {
+  QCoreApplication::setOrganizationName(tavr::settings_organisation);
+  QCoreApplication::setApplicationName(tavr::settings_application);
+  QCoreApplication::setApplicationVersion(tavr::viewer_version);
+}
+
+// "-h", "--help", "--help-all", "-v" or "--version" before any "--".
+bool asks_for_help_or_version(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const QString word = QString::fromLocal8Bit(argv[i]);
+    if (word == "--") {
+      return false;
+    }
+    if (QStringList{"-h", "--help", "-?", "--help-all", "-v", "--version"}.contains(word)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void print_error(const QString& text) {
   std::fprintf(stderr, "tavrel: %s\n", qPrintable(QString(text).replace("<br/>", " ")));
 }
@@ -177,13 +197,7 @@ class screenshot_run : public QObject {
 }  // namespace
 
 int main(int argc, char** argv) {
-  QApplication app(argc, argv);
-  QApplication::setOrganizationName(tavr::settings_organisation);
-  QApplication::setApplicationName(tavr::settings_application);
-  QApplication::setApplicationVersion(tavr::viewer_version);
-  // The library's log is kept for the viewer, not copied to the terminal.
-  corv::logger::instance().set_echo(false);
-
+  // Every option of the viewer, in this one parser: --help lists them all.
   QCommandLineParser parser;
   parser.setApplicationDescription("Tavrel, the Corvantis hyperspectral image viewer.");
   parser.addHelpOption();
@@ -200,6 +214,18 @@ int main(int argc, char** argv) {
   parser.addOption(view);
   parser.addOption(process);
   parser.addPositionalArgument("IMAGE", "An image (.hdr, .hsz, .tif) or workspace (.tvw).");
+
+  // Help and version need no display: answered before the window system is reached.
+  if (asks_for_help_or_version(argc, argv)) {
+    QCoreApplication app(argc, argv);
+    name_application();
+    parser.process(app);
+    return 0;
+  }
+  QApplication app(argc, argv);
+  name_application();
+  // The library's log is kept for the viewer, not copied to the terminal.
+  corv::logger::instance().set_echo(false);
   parser.process(app);
 
   const QString view_name = parser.value(view);
