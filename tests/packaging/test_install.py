@@ -78,6 +78,14 @@ def test_install_into_a_prefix(tmp_path):
     run("cmake", "--install", BUILD_DIR, "--prefix", prefix)
     check_installation(prefix, tmp_path)
 
+    # The desktop entry is valid and the file types it names are known once registered.
+    run("desktop-file-validate", prefix / "share/applications/tavrel.desktop")
+    run("update-mime-database", prefix / "share/mime")
+    known = (prefix / "share/mime/types").read_text().split()
+    entry = (prefix / "share/applications/tavrel.desktop").read_text()
+    wanted = entry.split("MimeType=")[1].splitlines()[0].rstrip(";").split(";")
+    assert [t for t in wanted if t != "image/tiff" and t not in known] == []
+
     # A C++ program against the installed CMake package.
     env = {"PATH": "/usr/bin:/bin", "HOME": str(tmp_path)}
     build = tmp_path / "consumer"
