@@ -15,7 +15,7 @@ packages=(
   xvfb xauth
   pybind11-dev python3-dev python3-numpy python3-pytest
   python3-spectral python3-scipy python3-sklearn python3-h5py python3-gdal gdal-bin
-  help2man desktop-file-utils bash-completion
+  help2man desktop-file-utils shared-mime-info bash-completion
 )
 
 missing=()
