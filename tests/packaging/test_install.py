@@ -59,6 +59,8 @@ def check_installation(prefix, work):
     run(corv, "convert", SAMPLE, work / "sample16.fla", "--data-type", "2")
     assert "bands:       33" in run(corv, "info", work / "sample16.hdr")
     assert "--screenshot" in run(prefix / "bin" / "tavrel", "--help")
+    if (SOURCE_DIR / "python" / "corv" / "batch.py").exists():
+        assert "usage:" in run(prefix / "bin" / "corv-batch", "--help")
 
     python_env = {"PATH": "/usr/bin:/bin", "PYTHONPATH": str(prefix / "lib/python3/dist-packages")}
     script = (
