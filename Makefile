@@ -1,6 +1,8 @@
 # Two commands set up everything on a fresh Debian 12 machine:
 #   make run    install what is missing, build, run the main job on the bundled sample
 #   make test   install what is missing, build, run every test
+# Installing: make install PREFIX=DIR (no root needed for a DIR of one's own),
+# make package (build/corvantis_<version>_<arch>.deb).
 # CORV_WERROR=ON turns warnings into errors (CI does this).
 
 BUILD_DIR   ?= build
@@ -10,13 +12,14 @@ JOBS        ?= $(shell nproc)
 PYTHON      := /usr/bin/python3
 SAMPLE      := data/sample/sample.hdr
 RUN_OUT     := $(BUILD_DIR)/run
+PREFIX      ?= /usr/local
 
 export CCACHE_DIR ?= $(CURDIR)/.ccache
 # Paths relative to the checkout, so that other checkouts of the project share hits.
 export CCACHE_BASEDIR ?= $(CURDIR)
 export CCACHE_SLOPPINESS := pch_defines,time_macros,include_file_mtime,include_file_ctime
 
-.PHONY: run test deps build sanitize fuzz clean format
+.PHONY: run test deps build sanitize fuzz clean format install package
 
 deps:
 	@./scripts/install-deps.sh
@@ -45,6 +48,13 @@ run: build
 
 test: build
 	@cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+
+install: build
+	@cmake --install $(BUILD_DIR) --prefix $(PREFIX)
+
+package: build
+	@cd $(BUILD_DIR) && cpack --config CPackConfig.cmake
+	@ls $(BUILD_DIR)/corvantis_*.deb
 
 sanitize: deps
 	@$(MAKE) --no-print-directory BUILD_DIR=build-asan BUILD_TYPE=Debug build \

@@ -17,6 +17,7 @@ packages=(
   python3-spectral python3-scipy python3-sklearn python3-h5py python3-gdal gdal-bin
   clang-14 libfuzzer-14-dev libomp-14-dev
   python3-distributed
+  help2man desktop-file-utils shared-mime-info bash-completion
 )
 
 missing=()

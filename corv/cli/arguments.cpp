@@ -1,6 +1,7 @@
 #include "corv/cli/arguments.h"
 
 #include <algorithm>
+#include <cctype>
 
 namespace corv::cli {
 
@@ -10,12 +11,24 @@ bool contains(const std::vector<std::string>& list, const std::string& word) {
   return std::find(list.begin(), list.end(), word) != list.end();
 }
 
+// "-x" or "--xyz": a dash, or two, and a letter. Anything else that starts with a
+// dash is an argument: "-", a negative number, a formula such as "-(I1[3]+1)".
+bool looks_like_option(const std::string& word) {
+  const std::size_t dashes = word.rfind("--", 0) == 0 ? 2 : word.rfind('-', 0) == 0 ? 1 : 0;
+  return dashes > 0 && word.size() > dashes &&
+         std::isalpha(static_cast<unsigned char>(word[dashes]));
+}
+
 }  // namespace
 
 arguments::arguments(const std::vector<std::string>& words, const std::vector<std::string>& flags,
                      const std::vector<std::string>& valued) {
   for (std::size_t i = 0; i < words.size(); ++i) {
     std::string word = words[i];
+    if (word == "--") {
+      positionals_.insert(positionals_.end(), words.begin() + i + 1, words.end());
+      return;
+    }
     std::optional<std::string> attached;
     if (word.rfind("--", 0) == 0 && word.find('=') != std::string::npos) {
       attached = word.substr(word.find('=') + 1);
@@ -34,7 +47,7 @@ arguments::arguments(const std::vector<std::string>& words, const std::vector<st
       } else {
         throw usage_error("option " + word + " needs a value");
       }
-    } else if (word.size() > 1 && word[0] == '-' && !(word[1] >= '0' && word[1] <= '9')) {
+    } else if (looks_like_option(word)) {
       throw usage_error("unknown option " + word);
     } else {
       positionals_.push_back(words[i]);

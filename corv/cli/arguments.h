@@ -15,7 +15,8 @@ struct usage_error : std::runtime_error {
 };
 
 // A command's arguments: positionals in order, options by name. The command
-// declares which options take a value and which are flags.
+// declares which options take a value and which are flags. "--" ends the
+// options: every word after it is a positional, whatever it begins with.
 class arguments {
  public:
   arguments(const std::vector<std::string>& words, const std::vector<std::string>& flags,

@@ -9,63 +9,25 @@
 
 #include "corv/cli/arguments.h"
 #include "corv/cli/commands.h"
+#include "corv/cli/usage.h"
 #include "corv/io/file_path.h"
 #include "corv/io/logger.h"
 #include "corv/pipeline/pipeline.h"
 
 namespace {
 
-const char* const usage_text =
-    "Usage: corv [-v] COMMAND [ARGUMENTS]\n"
-    "\n"
-    "Commands:\n"
-    "  info FILE [--json] [--components]\n"
-    "                              describe an image: format, size, wavelengths, components\n"
-    "                              (--components: FILE is DIR/PREFIX of component files)\n"
-    "  convert IN OUT [--data-type 1|2|4|12] [--reflectance] [--from-components]\n"
-    "  convert IN --components DIR/PREFIX [--from-components]\n"
-    "                              write an image as ENVI (OUT ending in .fla, .raw, .dat,\n"
-    "                              .img or .hdr; data type 4, float, by default), as HSZ\n"
-    "                              (OUT.hsz) or as component files\n"
-    "  prepare IN -o OUT [--crop R0,C0,R1,C1] [--remove-bands LIST] [--resize ROWSxCOLS]\n"
-    "          [--filter wiener|mavg|sg[:SIZE]] [--reflectance]\n"
-    "                              crop, remove bands, resize and filter, in that order\n"
-    "  pca IN -n N [-o OUT] [--reflectance]\n"
-    "                              principal components: prints their singular values,\n"
-    "                              writes the component cube as ENVI with -o\n"
-    "  bandmath FORMULA [IMAGE...] [-o OUT] [--reflectance]\n"
-    "                              evaluate e.g. \"(I1[40]-I1[20])/(I1[40]+I1[20])\"; a\n"
-    "                              single number is printed when there is no -o\n"
-    "  classify IN --library LIB --method sam|svm|unmix [-k K] -o PREFIX\n"
-    "                              compare every pixel with a spectral library; writes\n"
-    "                              PREFIX_values and PREFIX_indexes (PREFIX_labels for svm)\n"
-    "  process IN -o OUT [--filter wiener|mavg|sg[:SIZE]] [--illuminant METHOD]\n"
-    "          [--reflectance] [--materials] [--endmembers LIB] [--pca N [--pca-out FILE]]\n"
-    "          [--set NAME=VALUE ...] [-v LEVEL] [--illuminant-csv FILE]\n"
-    "          [--components DIR/PREFIX] [--data-type 1|2|4|12] [--from-components]\n"
-    "                              run the pipeline: filter, illuminant, reflectance,\n"
-    "                              materials, endmembers, analysis, in that order, each\n"
-    "                              when asked for (none asked: illuminant and reflectance);\n"
-    "                              METHOD white-patch, shade-of-gray, gray-world,\n"
-    "                              gray-edge, fs, orbek or its code 0..5; NAME any\n"
-    "                              parameter (illuminant_method, filter_size, ...);\n"
-    "                              Ctrl-C aborts (exit status 130, nothing written)\n"
-    "  library info LIB            describe a spectral library (.slz, .csv, .sli or .hdr)\n"
-    "  library merge A B -o OUT [--re-evaluate]\n"
-    "                              merge B into A, resampling B onto A's wavelengths\n"
-    "                              with --re-evaluate\n"
-    "  library to-csv LIB OUT.csv  export a library as CSV\n"
-    "  library from-csv IN.csv OUT.slz\n"
-    "  library from-sli IN.sli OUT.slz [--drop-incomplete]\n"
-    "                              import a CSV or ENVI spectral library\n"
-    "\n"
-    "Options:\n"
-    "  -v, --verbose   echo the library's log on standard output\n"
-    "  -h, --help      show this help\n"
-    "  --version       show the library version\n"
-    "\n"
-    "Exit status: 0 success, 1 the library refused or failed (its message on stderr),\n"
-    "2 a usage error, 130 processing aborted by Ctrl-C.\n";
+// "-h" or "--help" among a command's options (those before "--").
+bool asks_for_help(const std::vector<std::string>& words) {
+  for (const std::string& word : words) {
+    if (word == "--") {
+      return false;
+    }
+    if (word == "-h" || word == "--help") {
+      return true;
+    }
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -79,10 +41,20 @@ int main(int argc, char** argv) {
     corv::logger::instance().set_echo(true);
     words.erase(words.begin());
   }
+  const std::string& usage_text = corv::cli::usage_overview();
   if (words.empty() || words.front() == "-h" || words.front() == "--help" ||
-      words.front() == "help") {
+      (words.front() == "help" && words.size() == 1)) {
     std::cout << usage_text;
     return words.empty() ? 2 : 0;
+  }
+  if (words.front() == "help") {
+    const auto page = corv::cli::command_usage(words[1]);
+    if (!page) {
+      std::cerr << "corv: unknown command '" << words[1] << "'\n" << usage_text;
+      return 2;
+    }
+    std::cout << *page;
+    return 0;
   }
   if (words.front() == "--version") {
     std::cout << "corv " << corv::pipeline::version() << "\n";
@@ -100,8 +72,13 @@ int main(int argc, char** argv) {
     std::cerr << "corv: unknown command '" << words.front() << "'\n" << usage_text;
     return 2;
   }
+  const std::vector<std::string> rest(words.begin() + 1, words.end());
+  if (asks_for_help(rest)) {
+    std::cout << corv::cli::command_usage(command->first).value_or(usage_text);
+    return 0;
+  }
   try {
-    return command->second(std::vector<std::string>(words.begin() + 1, words.end()));
+    return command->second(rest);
   } catch (const corv::cli::usage_error& error) {
     std::cerr << "corv " << command->first << ": " << error.what() << "\n"
               << "Try 'corv --help'.\n";

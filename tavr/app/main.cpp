@@ -59,6 +59,26 @@ QPixmap splash_picture() {
   return picture;
 }
 
+void name_application() {
+  QCoreApplication::setOrganizationName(tavr::settings_organisation);
+  QCoreApplication::setApplicationName(tavr::settings_application);
+  QCoreApplication::setApplicationVersion(tavr::viewer_version);
+}
+
+// "-h", "--help", "--help-all", "-v" or "--version" before any "--".
+bool asks_for_help_or_version(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const QString word = QString::fromLocal8Bit(argv[i]);
+    if (word == "--") {
+      return false;
+    }
+    if (QStringList{"-h", "--help", "-?", "--help-all", "-v", "--version"}.contains(word)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void print_error(const QString& text) {
   std::fprintf(stderr, "tavrel: %s\n", qPrintable(QString(text).replace("<br/>", " ")));
 }
@@ -315,15 +335,7 @@ class camera_run : public QObject {
 }  // namespace
 
 int main(int argc, char** argv) {
-  QApplication app(argc, argv);
-  QApplication::setOrganizationName(tavr::settings_organisation);
-  QApplication::setApplicationName(tavr::settings_application);
-  QApplication::setApplicationVersion(tavr::viewer_version);
-  // Past a file size limit a save fails with EFBIG and is reported, instead of
-  // the signal ending the program with every unsaved image. The library's log
-  // is echoed to standard output, as the library does by default.
-  std::signal(SIGXFSZ, SIG_IGN);
-
+  // Every option of the viewer, in this one parser: --help lists them all.
   QCommandLineParser parser;
   parser.setApplicationDescription("Tavrel, the Corvantis hyperspectral image viewer.");
   parser.addHelpOption();
@@ -357,6 +369,20 @@ int main(int argc, char** argv) {
   parser.addOption(frames);
   parser.addOption(capture);
   parser.addPositionalArgument("IMAGE", "An image (.hdr, .hsz, .tif) or workspace (.tvw).");
+
+  // Help and version need no display: answered before the window system is reached.
+  if (asks_for_help_or_version(argc, argv)) {
+    QCoreApplication app(argc, argv);
+    name_application();
+    parser.process(app);
+    return 0;
+  }
+  QApplication app(argc, argv);
+  name_application();
+  // Past a file size limit a save fails with EFBIG and is reported, instead of
+  // the signal ending the program with every unsaved image. The library's log
+  // is echoed to standard output, as the library does by default.
+  std::signal(SIGXFSZ, SIG_IGN);
   parser.process(app);
 
   const QString view_name = parser.value(view);

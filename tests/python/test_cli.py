@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 
 import corv
 import numpy as np
@@ -68,6 +69,42 @@ def test_help_version_and_unknown_commands(run_corv):
     unknown = run_corv("frobnicate", "x.hdr")
     assert (unknown.returncode, unknown.stdout) == (2, "")
     assert unknown.stderr == "corv: unknown command 'frobnicate'\n" + usage.stdout
+
+
+def test_each_command_has_its_own_help(run_corv):
+    overview = run_corv("--help").stdout
+    commands = sorted(set(re.findall(r"^  ([a-z][a-z-]*) ", overview, re.M)) - {"help"})
+    assert len(commands) >= 8, commands
+    for command in commands:
+        page = run_corv("help", command)
+        assert (page.returncode, page.stderr) == (0, ""), command
+        assert page.stdout.startswith(f"Usage: corv {command} "), command
+        # Anywhere among the options, before "--"; never a usage error.
+        for args in ([command, "--help"], [command, "x", "-h", "--bogus"]):
+            assert run_corv(*args).stdout == page.stdout, args
+    assert run_corv("library", "merge", "--help").stdout == run_corv("help", "library").stdout
+
+    unknown = run_corv("help", "frobnicate")
+    assert (unknown.returncode, unknown.stdout) == (2, "")
+    assert unknown.stderr == "corv: unknown command 'frobnicate'\n" + overview
+
+
+def test_double_dash_ends_the_options(run_corv, tmp_path):
+    def outcome(*args):
+        result = run_corv(*args)
+        return result.returncode, result.stdout, result.stderr
+
+    # A formula that begins with a minus sign; "-(" is no option even without "--".
+    assert outcome("bandmath", "--", "-(2+3)*2") == (0, "2\n", "")
+    assert outcome("bandmath", "-(2+3)*2") == (0, "2\n", "")
+    assert outcome("bandmath", "-2") == (0, "-2\n", "")
+    # After "--", words that look like options are arguments, "--help" included.
+    assert outcome("info", "--bogus.hdr")[0] == 2
+    assert outcome("info", "--", "--help") == (1, "", "hdr_input: No Header found!\n")
+    assert outcome("bandmath", "-o", tmp_path / "x.fla", "--", "-I1[0]") == (
+        1, "", "band_maths: Invalid image 1, there are only 0\n"
+    )
+    assert os.listdir(tmp_path) == []
 
 
 def test_usage_errors_exit_2_and_touch_nothing(run_corv, sample_header, tmp_path):

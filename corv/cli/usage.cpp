@@ -1,0 +1,266 @@
+#include "corv/cli/usage.h"
+
+#include <map>
+
+namespace corv::cli {
+
+namespace {
+
+// Every page ends with the options that all commands share. Option lines start
+// with two blanks and the option; a value's choices are joined by '|' (the bash
+// completion reads both from here).
+const char* const common_options =
+    "  -h, --help                show this help\n"
+    "  --                        end of the options: every later word is an\n"
+    "                            argument, even one that begins with '-'\n";
+
+const std::map<std::string, std::string> pages = {
+    {"info",
+     "Usage: corv info FILE [--json] [--components]\n"
+     "\n"
+     "Describes an image without reading its cube: format, input kind, lines,\n"
+     "samples, bands, whether it holds irradiance or reflectance, the components it\n"
+     "can serve and its wavelengths. The format follows the suffix: .tif or .tiff\n"
+     "TIFF, .hsz HSZ, anything else ENVI (the header or the data file may be named).\n"
+     "\n"
+     "Options:\n"
+     "  --json                    print the description as a JSON object\n"
+     "  --components              FILE is DIR/PREFIX of a set of component files\n"},
+    {"convert",
+     "Usage: corv convert IN OUT [--data-type 1|2|4|12] [--reflectance]\n"
+     "                    [--from-components]\n"
+     "       corv convert IN --components DIR/PREFIX [--from-components]\n"
+     "\n"
+     "Writes IN in the format OUT's suffix names: .fla, .raw, .dat, .img or .hdr\n"
+     "ENVI (with .hdr the data goes into a .fla file), .hsz the HSZ container, which\n"
+     "needs an image processed as far as its materials. ENVI data are scaled so that\n"
+     "the cube's largest value becomes the type's largest, except 32-bit float,\n"
+     "which is unchanged.\n"
+     "\n"
+     "Options:\n"
+     "  --data-type 1|2|4|12      8-bit, signed 16-bit, 32-bit float (the default)\n"
+     "                            or unsigned 16-bit\n"
+     "  --reflectance             write the reflectance cube instead of the image\n"
+     "  --components DIR/PREFIX   write every component as its own ENVI file, and\n"
+     "                            the spectral library, creating DIR when needed\n"
+     "  --from-components         IN is DIR/PREFIX of a set of component files\n"},
+    {"prepare",
+     "Usage: corv prepare IN -o OUT [--crop R0,C0,R1,C1] [--remove-bands LIST]\n"
+     "                    [--resize ROWSxCOLS] [--filter wiener|mavg|sg[:SIZE]]\n"
+     "                    [--reflectance] [--data-type 1|2|4|12] [--from-components]\n"
+     "       corv prepare IN --components DIR/PREFIX [options]\n"
+     "\n"
+     "Crops, removes bands, resizes and filters an image, in that order, each step\n"
+     "only when asked for, and writes it as 'corv convert' does.\n"
+     "\n"
+     "Options:\n"
+     "  -o OUT                    the prepared image (.fla, .raw, .dat, .img, .hdr\n"
+     "                            or .hsz)\n"
+     "  --components DIR/PREFIX   write component files instead\n"
+     "  --crop R0,C0,R1,C1        keep rows R0..R1 and columns C0..C1 (inclusive,\n"
+     "                            from 0)\n"
+     "  --remove-bands LIST       drop the bands of a comma-separated list (from 0);\n"
+     "                            at least 2 must remain\n"
+     "  --resize ROWSxCOLS        bilinear resampling of every band\n"
+     "  --filter wiener|mavg|sg   Wiener filter of every band, moving average or\n"
+     "                            Savitzky-Golay smoothing of every spectrum;\n"
+     "                            ':SIZE' after the name sets the window (5 by\n"
+     "                            default)\n"
+     "  --reflectance             prepare the reflectance cube instead of the image\n"
+     "  --data-type 1|2|4|12      ENVI data type, as for 'corv convert'\n"
+     "  --from-components         IN is DIR/PREFIX of a set of component files\n"},
+    {"pca",
+     "Usage: corv pca IN -n N [-o OUT] [--reflectance] [--from-components]\n"
+     "\n"
+     "Principal components of every pixel spectrum: prints the singular value of\n"
+     "each component and, with -o, writes the components as a 32-bit float ENVI\n"
+     "image whose bands are numbered 1..N. At most bands - 1 components are\n"
+     "returned.\n"
+     "\n"
+     "Options:\n"
+     "  -n N                      the number of components, at least 1\n"
+     "  -o OUT                    the components cube (.fla, .raw, .dat, .img or\n"
+     "                            .hdr)\n"
+     "  --reflectance             analyse the reflectance cube instead of the image\n"
+     "  --from-components         IN is DIR/PREFIX of a set of component files\n"},
+    {"bandmath",
+     "Usage: corv bandmath [-o OUT] [--reflectance] [--] FORMULA [IMAGE...]\n"
+     "\n"
+     "Evaluates a formula at every pixel over bands of the images, which are\n"
+     "numbered I1, I2, ... in the order given: I1[40] is band 40 (from 0) of the\n"
+     "first image. Operators: + - * /, ^ (power), < and > (masks of 1 and 0) and\n"
+     "parentheses; all are left-associative and a unary minus applies to the next\n"
+     "operand only. A result of one number is printed when there is no -o; an image\n"
+     "result is written as a one-band float ENVI image. Put -- before a formula that\n"
+     "could pass for an option:\n"
+     "\n"
+     "  corv bandmath -o ndvi.fla \"(I1[40]-I1[20])/(I1[40]+I1[20])\" image.hdr\n"
+     "  corv bandmath -o negated.fla -- \"-I1[3]\" image.hdr\n"
+     "\n"
+     "Options:\n"
+     "  -o OUT                    the result image (.fla, .raw, .dat, .img or .hdr)\n"
+     "  --reflectance             use the reflectance cubes instead of the images\n"},
+    {"classify",
+     "Usage: corv classify IN --library LIB --method sam|svm|unmix [-k K]\n"
+     "                     [--reflectance] -o PREFIX\n"
+     "\n"
+     "Compares every pixel spectrum with the spectra of a library (.slz, .csv, or an\n"
+     "ENVI .sli). sam ranks the references by spectral angle and writes the angles\n"
+     "in degrees of the K best (PREFIX_values) and their reference numbers, from 1\n"
+     "(PREFIX_indexes); unmix writes the non-negative mixture fractions of the K\n"
+     "best the same way; svm trains a linear support vector machine on the\n"
+     "references and writes each pixel's label (PREFIX_labels). The wavelengths of\n"
+     "image and library must match band for band ('corv library merge --re-evaluate'\n"
+     "resamples a library).\n"
+     "\n"
+     "Options:\n"
+     "  --library LIB             the reference spectra\n"
+     "  --method sam|svm|unmix    spectral angle, support vector machine or unmixing\n"
+     "  -k K                      how many of the best references to keep (5)\n"
+     "  --reflectance             classify the reflectance cube instead of the image\n"
+     "  -o, --output PREFIX       the start of the result files' names\n"},
+    {"process",
+     "Usage: corv process IN -o OUT [--filter wiener|mavg|sg[:SIZE]]\n"
+     "                    [--illuminant METHOD] [--reflectance] [--materials]\n"
+     "                    [--endmembers LIB] [--pca N [--pca-out FILE]]\n"
+     "                    [--set NAME=VALUE ...] [-v LEVEL] [--illuminant-csv FILE]\n"
+     "                    [--components DIR/PREFIX] [--data-type 1|2|4|12]\n"
+     "                    [--from-components]\n"
+     "\n"
+     "Runs the processing pipeline on an image and writes what it computed. The\n"
+     "stages run in this order, each when asked for or needed by a later one:\n"
+     "filter, illuminant, reflectance (specularity, shading and reflectance),\n"
+     "materials, endmember unmixing, principal components. With no stage asked for,\n"
+     "the illuminant and the reflectance are recovered. An OUT ending in .hsz holds\n"
+     "every component, so such a run includes material discovery. Nothing is written\n"
+     "unless every stage succeeds; Ctrl-C stops the run (exit status 130, nothing\n"
+     "written).\n"
+     "\n"
+     "Options:\n"
+     "  -o OUT                    the result: ENVI gets the reflectance when the run\n"
+     "                            has one, else the image; .hsz gets every component\n"
+     "  --components DIR/PREFIX   write every component as its own file instead\n"
+     "  --illuminant-csv FILE     write the illuminant as CSV\n"
+     "  --filter wiener|mavg|sg   filter first, as in 'corv prepare' (':SIZE' sets\n"
+     "                            the window, by default the filter_size parameter)\n"
+     "  --illuminant orbek|fs|gray-edge|gray-world|shade-of-gray|white-patch\n"
+     "                            recover the illuminant with this method (or its\n"
+     "                            code 0 to 5); alone, only the illuminant is\n"
+     "                            recovered\n"
+     "  --reflectance             recover the reflectance afresh\n"
+     "  --materials               discover the materials of the reflectance\n"
+     "  --endmembers LIB          unmix the reflectance against a spectral library\n"
+     "  --pca N                   N principal components; prints their singular\n"
+     "                            values\n"
+     "  --pca-out FILE            write the principal components cube as ENVI\n"
+     "  --data-type 1|2|4|12      ENVI data type, as for 'corv convert'\n"
+     "  --from-components         IN is DIR/PREFIX of a set of component files\n"
+     "  --set NAME=VALUE          set a processing parameter; may be repeated\n"
+     "  -v LEVEL                  verbosity 0 to 5; echoes the library's log\n"
+     "\n"
+     "Parameters for --set:\n"
+     "  verbosity illuminant_method spatial_smoothness illuminant_patch_size\n"
+     "  wiener_marker second_illuminant gray_order dichromatic_method\n"
+     "  neighbourhood_size gray_threshold max_clusters material_subsample\n"
+     "  materials_per_pixel max_temperature min_temperature cooling_rate\n"
+     "  split_threshold material_mode filter_size principal_components pca_source\n"
+     "  nurbs_encoding nurbs_degree nurbs_max_iterations nurbs_knots_threshold\n"
+     "  nurbs_alpha endmember_setting\n"},
+    {"library",
+     "Usage: corv library info LIB\n"
+     "       corv library merge A B -o OUT [--re-evaluate]\n"
+     "       corv library to-csv LIB OUT.csv\n"
+     "       corv library from-csv IN.csv OUT.slz\n"
+     "       corv library from-sli IN.sli OUT.slz [--drop-incomplete]\n"
+     "\n"
+     "Inspects, converts and merges spectral libraries. LIB may be .slz, .csv, or an\n"
+     "ENVI library (.sli or its .hdr).\n"
+     "\n"
+     "  info       spectra, bands, wavelength range, colours, metadata, labels\n"
+     "  merge      B's spectra appended to A's, written as .slz or .csv\n"
+     "  to-csv     a wavelength column, then one column per spectrum under its label\n"
+     "  from-csv   a CSV library to SLZ\n"
+     "  from-sli   an ENVI spectral library (or image of spectra) to SLZ;\n"
+     "             wavelengths in micrometres become nanometres\n"
+     "\n"
+     "Options:\n"
+     "  -o, --output OUT          the merged library (merge)\n"
+     "  --re-evaluate             resample B linearly onto A's wavelengths first,\n"
+     "                            never extrapolating (merge)\n"
+     "  --drop-incomplete         leave out spectra with missing points, which SLZ\n"
+     "                            cannot store (from-sli)\n"},
+};
+
+}  // namespace
+
+const std::string& usage_overview() {
+  static const std::string text =
+      "Usage: corv [-v] COMMAND [ARGUMENTS]\n"
+      "\n"
+      "Commands:\n"
+      "  info FILE [--json] [--components]\n"
+      "                              describe an image: format, size, wavelengths, components\n"
+      "                              (--components: FILE is DIR/PREFIX of component files)\n"
+      "  convert IN OUT [--data-type 1|2|4|12] [--reflectance] [--from-components]\n"
+      "  convert IN --components DIR/PREFIX [--from-components]\n"
+      "                              write an image as ENVI (OUT ending in .fla, .raw, .dat,\n"
+      "                              .img or .hdr; data type 4, float, by default), as HSZ\n"
+      "                              (OUT.hsz) or as component files\n"
+      "  prepare IN -o OUT [--crop R0,C0,R1,C1] [--remove-bands LIST] [--resize ROWSxCOLS]\n"
+      "          [--filter wiener|mavg|sg[:SIZE]] [--reflectance]\n"
+      "                              crop, remove bands, resize and filter, in that order\n"
+      "  pca IN -n N [-o OUT] [--reflectance]\n"
+      "                              principal components: prints their singular values,\n"
+      "                              writes the component cube as ENVI with -o\n"
+      "  bandmath FORMULA [IMAGE...] [-o OUT] [--reflectance]\n"
+      "                              evaluate e.g. \"(I1[40]-I1[20])/(I1[40]+I1[20])\"; a\n"
+      "                              single number is printed when there is no -o\n"
+      "  classify IN --library LIB --method sam|svm|unmix [-k K] -o PREFIX\n"
+      "                              compare every pixel with a spectral library; writes\n"
+      "                              PREFIX_values and PREFIX_indexes (PREFIX_labels for svm)\n"
+      "  process IN -o OUT [--filter wiener|mavg|sg[:SIZE]] [--illuminant METHOD]\n"
+      "          [--reflectance] [--materials] [--endmembers LIB] [--pca N [--pca-out FILE]]\n"
+      "          [--set NAME=VALUE ...] [-v LEVEL] [--illuminant-csv FILE]\n"
+      "          [--components DIR/PREFIX] [--data-type 1|2|4|12] [--from-components]\n"
+      "                              run the pipeline: filter, illuminant, reflectance,\n"
+      "                              materials, endmembers, analysis, in that order, each\n"
+      "                              when asked for (none asked: illuminant and reflectance);\n"
+      "                              METHOD white-patch, shade-of-gray, gray-world,\n"
+      "                              gray-edge, fs, orbek or its code 0..5; NAME any\n"
+      "                              parameter (illuminant_method, filter_size, ...);\n"
+      "                              Ctrl-C aborts (exit status 130, nothing written)\n"
+      "  library info LIB            describe a spectral library (.slz, .csv, .sli or .hdr)\n"
+      "  library merge A B -o OUT [--re-evaluate]\n"
+      "                              merge B into A, resampling B onto A's wavelengths\n"
+      "                              with --re-evaluate\n"
+      "  library to-csv LIB OUT.csv  export a library as CSV\n"
+      "  library from-csv IN.csv OUT.slz\n"
+      "  library from-sli IN.sli OUT.slz [--drop-incomplete]\n"
+      "                              import a CSV or ENVI spectral library\n"
+      "  help COMMAND                show a command's options (as does 'corv COMMAND --help')\n"
+      "\n"
+      "Options:\n"
+      "  -v, --verbose   echo the library's log on standard output\n"
+      "  -h, --help      show this help\n"
+      "  --version       show the library version\n"
+      "\n"
+      "In every command, -- ends the options: later words are arguments even when they\n"
+      "begin with '-' (corv bandmath -- \"-(2+3)*2\").\n"
+      "\n"
+      "Exit status: 0 success, 1 the library refused or failed (its message on stderr),\n"
+      "2 a usage error, 130 processing aborted by Ctrl-C.\n";
+  return text;
+}
+
+std::optional<std::string> command_usage(const std::string& command) {
+  const auto page = pages.find(command);
+  if (page == pages.end()) {
+    return std::nullopt;
+  }
+  // At the end of the page's option list, which may be followed by more.
+  std::string text = page->second;
+  const std::size_t end = text.find("\n\n", text.find("\nOptions:\n") + 1);
+  return text.insert(end == std::string::npos ? text.size() : end + 1, common_options);
+}
+
+}  // namespace corv::cli
