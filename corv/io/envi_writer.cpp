@@ -150,6 +150,7 @@ void envi_writer::flush() {
   }
   stream.write(staged_.data(), static_cast<std::streamsize>(staged_bytes_));
   if (!stream) {
+    data_->close();  // notes the system's reason while errno still holds it
     fail();
   }
   position_ = staged_offset_ + staged_bytes_;

@@ -95,7 +95,7 @@ class main_window_test : public QObject {
     auto* plots = window.findChild<QDockWidget*>("Plots_Dock");
     QVERIFY(plots != nullptr);
     QCOMPARE(plots->windowTitle(), QString("Plots"));
-    QCOMPARE(window.startup_docks().size(), 6);
+    QCOMPARE(window.startup_docks().size(), 7);
     QCOMPARE(window.statusBar()->styleSheet(), QString("QStatusBar::item { border: none; };"));
     QCOMPARE(window.process_dialog().labelText(), QString("Running Corvantis"));
     QCOMPARE(window.process_dialog().windowTitle(), QString("Processing Pipeline"));
