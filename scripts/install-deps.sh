@@ -7,6 +7,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ccache pkg-config
   qtbase5-dev libqwt-qt5-dev
+  libqt5svg5-dev
   libhdf5-dev libgdal-dev libarmadillo-dev
   libopencv-core-dev libopencv-imgproc-dev libopencv-ml-dev
   libboost-filesystem-dev libboost-regex-dev libboost-date-time-dev
