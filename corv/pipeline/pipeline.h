@@ -100,6 +100,8 @@ class pipeline {
   void crop(int first_row, int first_col, int last_row, int last_col, bool reflectance);
   void resize(int rows, int cols, bool reflectance);
   void remove_bands(const band_list& bands, bool reflectance);
+  // Lines every band up with the reference band (see band_alignment.h).
+  void align_bands(unsigned reference, bool reflectance);
   void filter(int method, int size, bool reflectance);
 
   // Processing stages, in the order a full run calls them. Each checks its
