@@ -238,6 +238,7 @@ void hs_image::run_classification() {
     }
     result.class_map = classes_of(dominant, reference_classes);
   }
+  result.reference_classes = reference_classes;
   classification_ = std::move(result);
 }
 
@@ -273,6 +274,14 @@ void hs_image::apply_record(const operation_record& record, bool reflectance) {
       bands.push_back(static_cast<unsigned>(band));
     }
     pipeline_->remove_bands(bands, reflectance);
+  } else if (record.name == QLatin1String("align_bands")) {
+    const qint32 reference = record.bands.value(0);
+    if (reference < 0) {
+      throw std::runtime_error("align_bands: Reference band " + std::to_string(reference) +
+                               " does not exist; the image has " +
+                               std::to_string(pipeline_->bands()) + " bands.");
+    }
+    pipeline_->align_bands(static_cast<unsigned>(reference), reflectance);
   }
 }
 
@@ -312,6 +321,15 @@ void hs_image::remove_bands(const QVector<qint32>& bands) {
   operation_record record;
   record.name = QStringLiteral("remove_band");
   record.bands = bands;
+  apply_record(record, prepare_reflectance_);
+  history_.append(record);
+  redo_.clear();
+}
+
+void hs_image::align_bands(int reference) {
+  operation_record record;
+  record.name = QStringLiteral("align_bands");
+  record.bands = {reference};
   apply_record(record, prepare_reflectance_);
   history_.append(record);
   redo_.clear();

@@ -21,11 +21,11 @@ namespace tavr {
 
 // One step of the user's image preparation, kept so that it can be undone and redone.
 struct operation_record {
-  QString name;                  // "crop", "resize" or "remove_band"
+  QString name;                  // "crop", "resize", "remove_band" or "align_bands"
   QRectF rectangle;              // crop: x, y, width, height in picture coordinates
   double width_percent = 100.0;  // resize
   double height_percent = 100.0;
-  QVector<qint32> bands;  // remove_band: the band indexes
+  QVector<qint32> bands;  // remove_band: the band indexes; align_bands: the reference band
 };
 
 // What one processing run does, in the order it does it, and the arguments.
@@ -63,6 +63,8 @@ struct classification_result {
   // rows x columns x k, with the 1-based library endmember numbers in `indexes`.
   corv::cube values;
   corv::cube indexes;
+  // The class number (1-based) of each library endmember, in library order.
+  corv::vector reference_classes;
 };
 
 // How an image was last shown, so that it comes back as it was when it becomes
@@ -156,6 +158,8 @@ class hs_image : public QObject {
   // Only shrinks: nothing happens when both percentages are 100 or more.
   void resize(double width_percent, double height_percent);
   void remove_bands(const QVector<qint32>& bands);
+  // Lines every band up with the reference band (phase correlation).
+  void align_bands(int reference);
 
   bool can_undo() const { return !history_.isEmpty(); }
   bool can_redo() const { return !redo_.isEmpty(); }
