@@ -104,14 +104,22 @@ corv::cube colour_renderer::render_channels(const corv::cube& source,
     }
   }
 
+  return finish_channels(std::move(channels), keep_mask(source));
+}
+
+arma::umat colour_renderer::keep_mask(const corv::cube& source) const {
   arma::umat keep(source.n_rows, source.n_cols, arma::fill::ones);
+  const auto ignored = static_cast<float>(options_.data_ignore_val);
   if (source.n_slices > 0) {
-    const auto ignored = static_cast<float>(options_.data_ignore_val);
     keep = source.slice(0) != ignored;
-    const arma::uvec dropped = arma::find(keep == 0);
-    for (arma::uword c = 0; c < channels.n_slices; ++c) {
-      channels.slice(c).elem(dropped).zeros();
-    }
+  }
+  return keep;
+}
+
+corv::cube colour_renderer::finish_channels(corv::cube channels, const arma::umat& keep) const {
+  const arma::uvec dropped = arma::find(keep == 0);
+  for (arma::uword c = 0; c < channels.n_slices; ++c) {
+    channels.slice(c).elem(dropped).zeros();
   }
 
   apply_sine_tone_curve(channels);

@@ -61,6 +61,12 @@ class colour_renderer {
   corv::cube render_channels(const corv::cube& source, const corv::vector& wavelengths,
                              const corv::vector& weighting) const;
 
+  // Rendering steps after the colour: pixels not kept (0 in `keep`) black, the
+  // sine tone curve, and the contrast enhancement when chosen.
+  corv::cube finish_channels(corv::cube channels, const arma::umat& keep) const;
+  // The pixels to keep: those whose first band is not the data-ignore value.
+  arma::umat keep_mask(const corv::cube& source) const;
+
   // The picture of three channels (rows x columns x 3, 0..255): red from
   // channel 2, green from channel 1, blue from channel 0.
   static QImage to_image(const corv::cube& channels);
