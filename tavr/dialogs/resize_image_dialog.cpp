@@ -120,19 +120,22 @@ void resize_image_dialog::link_toggled_(bool linked) {
 }
 
 void resize_image_dialog::width_changed_(int width) {
-  if (!linked()) {
-    return;
+  if (linked()) {
+    follow(height_, image_height_, static_cast<double>(width) / image_width_);
   }
-  const QSignalBlocker block(height_);
-  height_->setValue(scaled(image_height_, static_cast<double>(width) / image_width_));
 }
 
 void resize_image_dialog::height_changed_(int height) {
-  if (!linked()) {
-    return;
+  if (linked()) {
+    follow(width_, image_width_, static_cast<double>(height) / image_height_);
   }
-  const QSignalBlocker block(width_);
-  width_->setValue(scaled(image_width_, static_cast<double>(height) / image_height_));
+}
+
+void resize_image_dialog::follow(QSpinBox* other, int length, double factor) {
+  const QSignalBlocker block_other(other);
+  const QSignalBlocker block_percent(percent_);
+  other->setValue(scaled(length, factor));
+  percent_->setValue(static_cast<int>(std::lround(100.0 * factor)));
 }
 
 }  // namespace tavr

@@ -41,6 +41,9 @@ class resize_image_dialog : public QDialog {
   void height_changed_(int height);
 
  private:
+  // Sets the other side in proportion, and the percentage to match.
+  void follow(QSpinBox* other, int length, double factor);
+
   QSpinBox* percent_ = nullptr;
   QSpinBox* width_ = nullptr;
   QSpinBox* height_ = nullptr;

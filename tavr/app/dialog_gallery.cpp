@@ -1,0 +1,113 @@
+#include "tavr/app/dialog_gallery.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QPainter>
+#include <QSpinBox>
+
+#include "corv/io/logger.h"
+#include "corv/io/open_input.h"
+#include "tavr/app/main_window.h"
+#include "tavr/dialogs/band_maths.h"
+#include "tavr/dialogs/image_info_dialog.h"
+#include "tavr/dialogs/load_image_dialog.h"
+#include "tavr/dialogs/log_dialog.h"
+#include "tavr/dialogs/rendering_dialog.h"
+#include "tavr/dialogs/resize_image_dialog.h"
+#include "tavr/dialogs/settings_dialog.h"
+#include "tavr/dialogs/stats_dialog.h"
+#include "tavr/image/component_probe.h"
+#include "tavr/image/image_information.h"
+
+namespace tavr {
+
+QStringList gallery_dialog_names() {
+  return {"band-maths",  "information", "statistics", "resize",
+          "large-image", "log",         "settings",   "rendering"};
+}
+
+QDialog* open_gallery_dialog(main_window& window, const QString& name) {
+  const auto image = window.current_image();
+  QDialog* dialog = nullptr;
+  if (name == "band-maths") {
+    auto* band_maths_dialog = new band_maths(&window);
+    QStringList names;
+    for (const auto& open : window.images()) {
+      names << QFileInfo(open->file_name()).fileName();
+    }
+    band_maths_dialog->set_images(names);
+    // A normalised difference of two bands of the first image, as an example.
+    const unsigned bands = image != nullptr ? image->pipeline().bands() : 3;
+    band_maths_dialog->set_formula(
+        QString("(I1[%1] - I1[%2]) / (I1[%1] + I1[%2])").arg(2 * bands / 3).arg(bands / 3));
+    dialog = band_maths_dialog;
+  } else if (name == "information") {
+    auto* info = new image_info_dialog(&window);
+    if (image != nullptr) {
+      info->set_information(information_of(*image));
+    }
+    dialog = info;
+  } else if (name == "statistics") {
+    auto* stats = new stats_dialog(&window);
+    stats->set_folder(QDir::homePath());
+    dialog = stats;
+  } else if (name == "resize") {
+    auto* resize = new resize_image_dialog(&window);
+    if (image != nullptr) {
+      resize->set_image_size(static_cast<int>(image->pipeline().width()),
+                             static_cast<int>(image->pipeline().height()));
+      resize->percent_box()->setValue(50);
+    }
+    dialog = resize;
+  } else if (name == "large-image") {
+    auto* load = new load_image_dialog(&window);
+    if (image != nullptr) {
+      corv::pipeline& p = image->pipeline();
+      load->set_image(p.height(), p.width(), p.wavelengths());
+    }
+    dialog = load;
+  } else if (name == "log") {
+    auto* log = new log_dialog(&window);
+    log->process_logs_();
+    dialog = log;
+  } else if (name == "settings") {
+    auto* settings = new settings_dialog(&window);
+    settings->set_values(window.processing_values());
+    dialog = settings;
+  } else if (name == "rendering") {
+    auto* rendering = new rendering_dialog(&window);
+    if (image != nullptr) {
+      const corv::vector* wavelengths =
+          component_or_null(image->pipeline(), &corv::pipeline::wavelengths);
+      rendering->set_options(image->rendering(), wavelengths ? *wavelengths : corv::vector());
+    }
+    dialog = rendering;
+  }
+  if (dialog != nullptr) {
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->show();
+  }
+  return dialog;
+}
+
+QImage window_with_dialog(main_window& window, QDialog& dialog) {
+  QImage picture = window.grab().toImage();
+  const QImage over = dialog.grab().toImage();
+  // A title bar, a frame and a soft shadow, as a window manager would draw them.
+  const int title_height = 26;
+  const QRect frame((picture.width() - over.width()) / 2,
+                    (picture.height() - over.height() - title_height) / 2, over.width(),
+                    over.height() + title_height);
+  QPainter painter(&picture);
+  painter.fillRect(frame.translated(6, 6), QColor(0, 0, 0, 70));
+  painter.fillRect(QRect(frame.topLeft(), QSize(frame.width(), title_height)), QColor(52, 66, 84));
+  painter.setPen(Qt::white);
+  painter.drawText(QRect(frame.left() + 10, frame.top(), frame.width() - 20, title_height),
+                   Qt::AlignVCenter | Qt::AlignLeft, dialog.windowTitle());
+  painter.drawImage(frame.topLeft() + QPoint(0, title_height), over);
+  painter.setPen(QColor(52, 66, 84));
+  painter.drawRect(frame.adjusted(0, 0, -1, -1));
+  return picture;
+}
+
+}  // namespace tavr
