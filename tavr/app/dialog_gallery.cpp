@@ -9,6 +9,7 @@
 #include "corv/io/open_input.h"
 #include "tavr/app/main_window.h"
 #include "tavr/dialogs/band_maths.h"
+#include "tavr/dialogs/help_dialog.h"
 #include "tavr/dialogs/image_info_dialog.h"
 #include "tavr/dialogs/load_image_dialog.h"
 #include "tavr/dialogs/log_dialog.h"
@@ -16,14 +17,15 @@
 #include "tavr/dialogs/resize_image_dialog.h"
 #include "tavr/dialogs/settings_dialog.h"
 #include "tavr/dialogs/stats_dialog.h"
+#include "tavr/dialogs/tutorial_dialog.h"
 #include "tavr/image/component_probe.h"
 #include "tavr/image/image_information.h"
 
 namespace tavr {
 
 QStringList gallery_dialog_names() {
-  return {"band-maths",  "information", "statistics", "resize",
-          "large-image", "log",         "settings",   "rendering"};
+  return {"band-maths", "information", "statistics", "resize",   "large-image",
+          "log",        "settings",    "rendering",  "tutorial", "help"};
 }
 
 QDialog* open_gallery_dialog(main_window& window, const QString& name) {
@@ -82,6 +84,10 @@ QDialog* open_gallery_dialog(main_window& window, const QString& name) {
       rendering->set_options(image->rendering(), wavelengths ? *wavelengths : corv::vector());
     }
     dialog = rendering;
+  } else if (name == "tutorial") {
+    dialog = new tutorial_dialog(&window);
+  } else if (name == "help") {
+    dialog = new help_dialog(&window);
   }
   if (dialog != nullptr) {
     dialog->setAttribute(Qt::WA_DeleteOnClose);
