@@ -135,8 +135,10 @@ QList<std::function<void()>> hs_image::queued_operations() {
     const int method = chosen.filter_method;
     const int size = chosen.filter_size;
     const bool reflectance = prepare_reflectance_;
-    operations.append(
-        [this, method, size, reflectance] { pipeline_->filter(method, size, reflectance); });
+    operations.append([this, method, size, reflectance] {
+      pipeline_->filter(method, size, reflectance);
+      filtered_ = true;
+    });
   }
   if (chosen.recover_illuminant) {
     operations.append([this] { pipeline_->process_recover_illuminant(true); });
@@ -345,6 +347,7 @@ void hs_image::restore_original() {
     fresh.set_s(fresh.I(), fresh.wavelengths());
   }
   *pipeline_ = fresh;
+  filtered_ = false;
   classification_ = classification_result();
 }
 

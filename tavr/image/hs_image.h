@@ -151,6 +151,10 @@ class hs_image : public QObject {
   // Runs process on the global thread pool.
   void start_process();
 
+  // Whether the image has been filtered: set when a run's filter has completed,
+  // cleared whenever the image is rebuilt from its file (undo, reload).
+  bool filtered() const { return filtered_; }
+
   // Image preparation with history. Each applies the pipeline operation (whose
   // exceptions propagate, leaving the history unchanged), then appends its
   // record and empties the redo list.
@@ -210,6 +214,7 @@ class hs_image : public QObject {
   image_view_state view_state_;
   label_model labels_;
   bool prepare_reflectance_ = false;
+  bool filtered_ = false;
   QList<operation_record> history_;
   QList<operation_record> redo_;
   classification_result classification_;

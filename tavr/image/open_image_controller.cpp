@@ -70,7 +70,8 @@ open_image_controller::result open_image_controller::open(const QStringList& fil
     }
     try {
       opened.images.append(make_(path, mode));
-      recent = with_recent_file(recent, path);
+      // The recent list keeps whole paths, whatever folder a later session starts in.
+      recent = with_recent_file(recent, QFileInfo(path).absoluteFilePath());
     } catch (const std::exception& error) {
       opened.errors.append(failure_message(path, QString::fromStdString(error.what())));
     } catch (...) {

@@ -7,13 +7,6 @@
 
 namespace tavr {
 
-namespace {
-
-// Set on an image once its first recovery has filtered it.
-const char* const filtered_property = "tavr_filtered";
-
-}  // namespace
-
 processing_selection selection_for(processing_command command, const processing_settings& values,
                                    bool has_illuminant, bool has_reflectance, bool filtered) {
   processing_selection s;
@@ -75,7 +68,7 @@ bool processing_controller::start(const std::shared_ptr<hs_image>& image,
     return false;
   }
   values.apply_to(*image);
-  const bool filtered = image->property(filtered_property).toBool();
+  const bool filtered = image->filtered();
   // The components already present: computed ones in the pipeline, or the input's.
   // (The probe is not echoed: a missing component is no news here.)
   auto present = [&image](auto getter) {
@@ -97,9 +90,6 @@ bool processing_controller::start(const std::shared_ptr<hs_image>& image,
       selection_for(command, values, has_illuminant, has_reflectance, filtered);
   selection.classification_method = classification_method_;
   image->set_selection(selection);
-  if (image->selection().filter_image) {
-    image->setProperty(filtered_property, true);
-  }
   return start(image);
 }
 

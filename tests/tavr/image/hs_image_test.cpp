@@ -131,7 +131,9 @@ void hs_image_test::process_runs_the_selected_operations_and_always_reports() {
   selection.principal_components = 3;
   image.set_selection(selection);
   image.set_verbosity(0);
+  QVERIFY(!image.filtered());
   QCOMPARE(run(image), QString());
+  QVERIFY(image.filtered());
   QCOMPARE(image.pipeline().parameters().verbosity, 0);
   QCOMPARE(image.pipeline().parameters().principal_components, 3);
   QVERIFY(!image.pipeline().principal_components().empty());
@@ -139,6 +141,7 @@ void hs_image_test::process_runs_the_selected_operations_and_always_reports() {
 
   // Any other cube type performs no analysis and reports success.
   image.reload();
+  QVERIFY(!image.filtered());  // the image is rebuilt from its file
   selection.filter_image = false;
   selection.analysis_cube_type = QStringLiteral("Specularity");
   image.set_selection(selection);
@@ -152,6 +155,7 @@ void hs_image_test::process_runs_the_selected_operations_and_always_reports() {
   image.set_selection(selection);
   QCOMPARE(run(image), QStringLiteral("pipeline filter: Error - invalid parameters."));
   QVERIFY(image.pipeline().principal_components().empty());
+  QVERIFY(!image.filtered());  // a filter that failed leaves the image unfiltered
 
   // An image without I: the illuminant stage fails before reflectance recovery.
   hs_image empty(corv::cube(), corv::vector(), QStringLiteral("empty"));
@@ -308,6 +312,14 @@ void hs_image_test::preparation_history_undo_redo_and_reload() {
   image.reload();
   QVERIFY(arma::approx_equal(image.pipeline().I(), original, "absdiff", 0.0f));
   QVERIFY(image.history().isEmpty());
+  QVERIFY(!image.can_redo());
+
+  image.align_bands(2);
+  QCOMPARE(image.history().last().name, QStringLiteral("align_bands"));
+  QCOMPARE(image.history().last().bands, QVector<qint32>({2}));
+  QVERIFY_EXCEPTION_THROWN(image.align_bands(9), std::runtime_error);
+  QCOMPARE(image.history().size(), 1);
+  image.reload();
   QVERIFY(!image.can_redo());
 
   // Crop applied to the reflectance first; its redo changes I, never s.
