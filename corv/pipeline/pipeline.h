@@ -60,6 +60,8 @@ class pipeline {
   void reset_components(bool reflectance);
 
   const std::shared_ptr<input>& source() const { return input_; }
+  // Whether I is in memory (computed here, or read from the input by I()).
+  bool holds_I() const { return !I_.empty(); }
   std::shared_ptr<spectral_library> library() const { return library_; }
   void set_library(std::shared_ptr<spectral_library> library) { library_ = std::move(library); }
 

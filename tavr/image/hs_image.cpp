@@ -391,6 +391,13 @@ void hs_image::reload() {
   redo_.clear();
 }
 
+corv::vector hs_image::irradiance_spectrum(int x, int y) {
+  if (pipeline_->holds_I() || pipeline_->source() == nullptr) {
+    return pipeline_->I().tube(static_cast<arma::uword>(y), static_cast<arma::uword>(x));
+  }
+  return pipeline_->source()->I(y, x, y, x).tube(0, 0);
+}
+
 QString hs_image::settings_summary() const {
   const corv::parameters& p = pipeline_->parameters();
   const processing_selection& chosen = selection_;

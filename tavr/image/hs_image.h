@@ -185,6 +185,12 @@ class hs_image : public QObject {
   // The result of the last classification step (empty until one has run).
   const classification_result& classification() const { return classification_; }
 
+  // The irradiance spectrum of a pixel (column x, row y). An image whose cube is
+  // not in memory (a large image) reads just that pixel from its file, so that
+  // looking at spectra never loads the whole cube. Throws std::runtime_error
+  // with the reader's text.
+  corv::vector irradiance_spectrum(int x, int y);
+
   // "Pipeline settings:" and one line per processing choice, for the image
   // information dialog.
   QString settings_summary() const;

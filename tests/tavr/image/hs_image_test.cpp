@@ -84,6 +84,12 @@ void hs_image_test::opens_images_by_suffix() {
   QCOMPARE(envi.pipeline().source()->input_kind(), int{corv::kind_hdr});
   QCOMPARE(envi.verbosity(), 0);
   QVERIFY(envi.history().isEmpty());
+  // A pixel's spectrum read from the file alone, then from the cube in memory.
+  const corv::vector from_file = envi.irradiance_spectrum(17, 33);
+  QVERIFY(!envi.pipeline().holds_I());
+  const corv::vector from_cube = envi.pipeline().I().tube(33, 17);
+  QVERIFY(arma::approx_equal(from_file, from_cube, "absdiff", 0.0f));
+  QVERIFY(arma::approx_equal(envi.irradiance_spectrum(17, 33), from_cube, "absdiff", 0.0f));
 
   // An HSZ file, named with an upper-case suffix, is still read as HSZ.
   QTemporaryDir folder;
