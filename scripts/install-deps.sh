@@ -11,7 +11,7 @@ packages=(
   libhdf5-dev libgdal-dev libarmadillo-dev
   libopencv-core-dev libopencv-imgproc-dev libopencv-ml-dev
   libboost-filesystem-dev libboost-regex-dev libboost-date-time-dev
-  libzip-dev zipcmp zipmerge ziptool
+  libzip-dev zipcmp zipmerge ziptool zlib1g-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   xvfb xauth
   pybind11-dev python3-dev python3-numpy python3-pytest
