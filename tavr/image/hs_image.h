@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "corv/io/types.h"
+#include "corv/io/vector_file.h"
 #include "corv/pipeline/pipeline.h"
 #include "tavr/image/colour_renderer.h"
 #include "tavr/labels/label_model.h"
@@ -191,6 +192,10 @@ class hs_image : public QObject {
   // with the reader's text.
   corv::vector irradiance_spectrum(int x, int y);
 
+  // The vector files opened over this image (Spatial > Vector Files), in the
+  // order opened.
+  std::vector<corv::vector_features>& vector_files() { return vector_files_; }
+
   // "Pipeline settings:" and one line per processing choice, for the image
   // information dialog.
   QString settings_summary() const;
@@ -224,6 +229,7 @@ class hs_image : public QObject {
   QList<operation_record> history_;
   QList<operation_record> redo_;
   classification_result classification_;
+  std::vector<corv::vector_features> vector_files_;
 };
 
 }  // namespace tavr
