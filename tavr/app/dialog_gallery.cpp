@@ -1,8 +1,10 @@
 #include "tavr/app/dialog_gallery.h"
 
+#include <QCheckBox>
 #include <QDir>
 #include <QFileInfo>
 #include <QPainter>
+#include <QPushButton>
 #include <QSpinBox>
 
 #include "corv/io/logger.h"
@@ -20,29 +22,35 @@
 #include "tavr/dialogs/tutorial_dialog.h"
 #include "tavr/image/component_probe.h"
 #include "tavr/image/image_information.h"
+#include "tavr/library/spectral_manager_dialog.h"
 
 namespace tavr {
 
 QStringList gallery_dialog_names() {
-  return {"band-maths", "information", "statistics", "resize",   "large-image",
-          "log",        "settings",    "rendering",  "tutorial", "help"};
+  return {"band-maths", "information", "statistics", "resize", "large-image",    "log",
+          "settings",   "rendering",   "tutorial",   "help",   "library-manager"};
 }
 
 QDialog* open_gallery_dialog(main_window& window, const QString& name) {
   const auto image = window.current_image();
   QDialog* dialog = nullptr;
   if (name == "band-maths") {
-    auto* band_maths_dialog = new band_maths(&window);
-    QStringList names;
-    for (const auto& open : window.images()) {
-      names << QFileInfo(open->file_name()).fileName();
-    }
-    band_maths_dialog->set_images(names);
-    // A normalised difference of two bands of the first image, as an example.
+    // The window's own dialog, with an example formula run over the first image.
+    window.show_band_maths_();
     const unsigned bands = image != nullptr ? image->pipeline().bands() : 3;
-    band_maths_dialog->set_formula(
+    window.band_maths_dialog().set_formula(
         QString("(I1[%1] - I1[%2]) / (I1[%1] + I1[%2])").arg(2 * bands / 3).arg(bands / 3));
-    dialog = band_maths_dialog;
+    window.band_maths_dialog().colour_box()->setChecked(true);
+    if (image != nullptr) {
+      window.band_maths_dialog().run_button()->click();
+    }
+    return &window.band_maths_dialog();
+  } else if (name == "log") {
+    window.show_logs_();
+    return &window.logs();
+  } else if (name == "library-manager") {
+    window.library_manager().show();
+    return &window.library_manager();
   } else if (name == "information") {
     auto* info = new image_info_dialog(&window);
     if (image != nullptr) {
@@ -68,10 +76,6 @@ QDialog* open_gallery_dialog(main_window& window, const QString& name) {
       load->set_image(p.height(), p.width(), p.wavelengths());
     }
     dialog = load;
-  } else if (name == "log") {
-    auto* log = new log_dialog(&window);
-    log->process_logs_();
-    dialog = log;
   } else if (name == "settings") {
     auto* settings = new settings_dialog(&window);
     settings->set_values(window.processing_values());

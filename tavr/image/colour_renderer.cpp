@@ -191,6 +191,11 @@ QImage colour_renderer::render(corv::pipeline& image, component_view view, int b
       const auto count = static_cast<arma::uword>(std::max(highest, 0.0f)) + 1;
       return material_map_image(map, corv::spectral_library::palette_colours(0, count));
     }
+    case component_view::class_map:
+    case component_view::endmember_abundances:
+      throw std::invalid_argument(
+          "colour_renderer: Class and endmember views need the image's "
+          "classification results.");
   }
   return QImage();
 }
@@ -206,6 +211,16 @@ QImage colour_renderer::band_image(const corv::cube& data, int band,
   const float maximum = normalisation == band_normalisation::by_cube
                             ? finite_maximum(data.memptr(), data.memptr() + data.n_elem)
                             : finite_maximum(values.memptr(), values.memptr() + values.n_elem);
+  return grey_picture(values, maximum);
+}
+
+bool rendering_options::operator==(const rendering_options& other) const {
+  return data_ignore_val == other.data_ignore_val && auto_rgb == other.auto_rgb &&
+         rgb_bands == other.rgb_bands && contrast_enhancement == other.contrast_enhancement &&
+         min_cum_val == other.min_cum_val && max_cum_val == other.max_cum_val;
+}
+
+QImage colour_renderer::grey_image(const corv::matrix& values, float maximum) {
   return grey_picture(values, maximum);
 }
 

@@ -391,6 +391,12 @@ void hs_image::reload() {
   redo_.clear();
 }
 
+bool hs_image::shown_from_file() const {
+  const auto& source = pipeline_->source();
+  return mode_ == open_mode::irradiance && !pipeline_->holds_I() && source != nullptr &&
+         (source->input_kind() == corv::kind_hdr || source->input_kind() == corv::kind_tif);
+}
+
 corv::vector hs_image::irradiance_spectrum(int x, int y) {
   if (pipeline_->holds_I() || pipeline_->source() == nullptr) {
     return pipeline_->I().tube(static_cast<arma::uword>(y), static_cast<arma::uword>(x));

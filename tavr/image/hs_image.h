@@ -1,6 +1,7 @@
 #ifndef TAVR_IMAGE_HS_IMAGE_H
 #define TAVR_IMAGE_HS_IMAGE_H
 
+#include <QImage>
 #include <QList>
 #include <QObject>
 #include <QPointF>
@@ -11,6 +12,7 @@
 #include <QVector>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "corv/io/types.h"
 #include "corv/io/vector_file.h"
@@ -83,6 +85,18 @@ struct image_view_state {
   QStringList material_labels;
   QVector<bool> class_states;
   QStringList class_labels;
+  // Class scores shown instead of the component: 1-based class number; -1 for none.
+  int class_scores = -1;
+  // "Show Class Transparency Layer": the checked classes over the picture.
+  bool class_layer = false;
+};
+
+// The colour picture of an image made from its file in the background, band
+// block by band block, for an image whose cube is not in memory.
+struct streamed_colour {
+  QImage picture;
+  rendering_options options;  // the rendering choices it was made with
+  float maximum = 0.0f;       // the cube's largest value, found on the way
 };
 
 // The viewer's object for one open image: its pipeline, the file it came from,
@@ -192,6 +206,14 @@ class hs_image : public QObject {
   // with the reader's text.
   corv::vector irradiance_spectrum(int x, int y);
 
+  // Whether the image is shown from its file rather than from memory: an ENVI
+  // or TIFF image (not a reflectance one) whose cube nothing has loaded yet.
+  bool shown_from_file() const;
+  // The colour picture streamed from the file, when one has been made.
+  const std::optional<streamed_colour>& streamed() const { return streamed_; }
+  void set_streamed(const streamed_colour& value) { streamed_ = value; }
+  void clear_streamed() { streamed_.reset(); }
+
   // The vector files opened over this image (Spatial > Vector Files), in the
   // order opened.
   std::vector<corv::vector_features>& vector_files() { return vector_files_; }
@@ -230,6 +252,7 @@ class hs_image : public QObject {
   QList<operation_record> redo_;
   classification_result classification_;
   std::vector<corv::vector_features> vector_files_;
+  std::optional<streamed_colour> streamed_;
 };
 
 }  // namespace tavr

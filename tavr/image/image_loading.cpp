@@ -108,6 +108,18 @@ QImage quick_picture(const corv::cube& read, const std::array<arma::uword, 3>& l
   return picture;
 }
 
+float finite_maximum(const corv::cube& data) {
+  float highest = 0.0f;
+  bool found = false;
+  for (const float v : data) {
+    if (std::isfinite(v) && (!found || v > highest)) {
+      highest = v;
+      found = true;
+    }
+  }
+  return highest;
+}
+
 }  // namespace
 
 std::array<unsigned, 3> first_picture_bands(const corv::vector& wavelengths,
@@ -163,6 +175,7 @@ full_picture_result full_picture(
     corv::input& source, const rendering_options& options, bool hold,
     const std::function<bool(unsigned done, unsigned total)>& progress) {
   full_picture_result result;
+  result.options = options;
   try {
     const corv::vector wavelengths = source.wavelengths();
     const unsigned bands = source.bands();
@@ -174,6 +187,7 @@ full_picture_result full_picture(
         return result;
       }
       result.I = source.I();
+      result.maximum = finite_maximum(result.I);
       result.picture = colour_renderer::to_image(
           renderer.render_channels(result.I, wavelengths, corv::vector()));
       return result;
@@ -191,6 +205,7 @@ full_picture_result full_picture(
       if (first == 0) {
         keep = renderer.keep_mask(read);
       }
+      result.maximum = std::max(result.maximum, finite_maximum(read));
       for (arma::uword i = 0; i < read.n_slices; ++i) {
         const std::array<float, 3> w = channel_weights(wavelengths(block[i]));
         for (arma::uword c = 0; c < 3; ++c) {

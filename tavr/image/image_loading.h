@@ -37,9 +37,11 @@ QImage first_picture(corv::input& source, const rendering_options& options);
 
 // What the background part of opening gives back.
 struct full_picture_result {
-  QImage picture;   // the colour picture of the whole spectrum
-  corv::cube I;     // the whole cube, when it was to be held (else empty)
-  QString message;  // the failure's text (empty on success)
+  QImage picture;             // the colour picture of the whole spectrum
+  rendering_options options;  // the rendering choices it was made with
+  corv::cube I;               // the whole cube, when it was to be held (else empty)
+  float maximum = 0.0f;       // the cube's largest finite value (0 when it has none)
+  QString message;            // the failure's text (empty on success)
   bool cancelled = false;
 };
 
