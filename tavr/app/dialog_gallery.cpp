@@ -100,13 +100,14 @@ QDialog* open_gallery_dialog(main_window& window, const QString& name) {
   return dialog;
 }
 
-QImage window_with_dialog(main_window& window, QDialog& dialog) {
+QImage window_with_dialog(main_window& window, QDialog& dialog, Qt::Alignment where) {
   QImage picture = window.grab().toImage();
   const QImage over = dialog.grab().toImage();
   // A title bar, a frame and a soft shadow, as a window manager would draw them.
   const int title_height = 26;
-  const QRect frame((picture.width() - over.width()) / 2,
-                    (picture.height() - over.height() - title_height) / 2, over.width(),
+  const int left = where & Qt::AlignRight ? picture.width() - over.width() - 24
+                                          : (picture.width() - over.width()) / 2;
+  const QRect frame(left, (picture.height() - over.height() - title_height) / 2, over.width(),
                     over.height() + title_height);
   QPainter painter(&picture);
   painter.fillRect(frame.translated(6, 6), QColor(0, 0, 0, 70));

@@ -18,8 +18,10 @@ QStringList gallery_dialog_names();
 // name not in gallery_dialog_names().
 QDialog* open_gallery_dialog(main_window& window, const QString& name);
 
-// The window's picture with the dialog's drawn over its centre, as the user sees it.
-QImage window_with_dialog(main_window& window, QDialog& dialog);
+// The window's picture with the dialog's drawn over its centre (or its right),
+// as the user sees it.
+QImage window_with_dialog(main_window& window, QDialog& dialog,
+                          Qt::Alignment where = Qt::AlignCenter);
 
 }  // namespace tavr
 

@@ -418,6 +418,9 @@ void main_window::showEvent(QShowEvent* event) {
   shown_once_ = true;
   // An image opened before the window showed was fitted to a view of no size:
   // fit it again once the window has its size.
+  if (!view_->has_picture()) {
+    return;
+  }
   QTimer::singleShot(0, this, [this] {
     const auto image = current_image();
     if (image != nullptr && view_->has_picture()) {

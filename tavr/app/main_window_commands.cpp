@@ -475,7 +475,6 @@ void main_window::is_create_polygon_() {
 
 void main_window::rebuild_image_docks() {
   components_list_->clear();
-  const QSignalBlocker block_materials(materials_);
   materials_->clear();
   pca_list_->clear();
   refresh_tool_docks();
