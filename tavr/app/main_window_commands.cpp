@@ -604,7 +604,8 @@ void main_window::refresh_result_plots() {
 
 void main_window::add_plot_curve_(const QPointF& point) {
   const auto image = current_image();
-  if (image == nullptr) {
+  // A run works on the pipeline alone until it ends.
+  if (image == nullptr || (processing_.running() && processing_.image() == image)) {
     return;
   }
   corv::pipeline& p = image->pipeline();
@@ -624,7 +625,7 @@ void main_window::add_plot_curve_(const QPointF& point) {
 
 void main_window::add_plot_curves_(const QRectF& rect) {
   const auto image = current_image();
-  if (image == nullptr) {
+  if (image == nullptr || (processing_.running() && processing_.image() == image)) {
     return;
   }
   corv::pipeline& p = image->pipeline();

@@ -699,6 +699,9 @@ void main_window::full_picture_ready_(const std::shared_ptr<hs_image>& image,
   }
   image->set_streamed({done.picture, done.options, done.maximum});
   const image_view_state& state = image->view_state();
+  if (processing_.running() && processing_.image() == image) {
+    return;  // its pipeline is the run's until it ends
+  }
   if (image == current_image() && image->shown_from_file() && state.pc < 0 &&
       state.class_scores < 0 &&
       (state.component == component_view::colour ||
