@@ -112,6 +112,7 @@ bool main_window::open_files(const QStringList& files, const open_command& comma
   QProgressDialog progress(command.progress_text, "Cancel", 0, files.size(), this);
   progress.setWindowTitle("Tavrel");
   progress.setWindowModality(Qt::WindowModal);
+  progress.setMinimumWidth(400);
   progress.setMinimumDuration(interactive_ ? 0 : 1000000);
   // Opening reads the header only: the picture follows when the image is shown,
   // its first version from three bands and the full one in the background.
@@ -271,6 +272,7 @@ bool main_window::render_current(const QString& fit_mode) {
     return false;
   }
   QImage picture;
+  double picture_scale = 1.0;
   renderer_.set_options(image->rendering());
   const image_view_state& state = image->view_state();
   try {
@@ -290,7 +292,9 @@ bool main_window::render_current(const QString& fit_mode) {
       if (streamed && streamed->options == image->rendering()) {
         picture = streamed->picture;
       } else {
-        picture = first_picture(*p.source(), image->rendering());
+        const unsigned step = first_picture_step(p.height(), p.width());
+        picture = first_picture(*p.source(), image->rendering(), step);
+        picture_scale = static_cast<double>(p.width()) / picture.width();
         start_full_picture(image);
       }
     } else if (from_file && state.component == component_view::irradiance && state.band >= 0) {
@@ -321,7 +325,7 @@ bool main_window::render_current(const QString& fit_mode) {
                          ".<br/><br/>Reason: " + text_of(error));
     return false;
   }
-  view_->show_picture(picture, fit_mode);
+  view_->show_picture(picture, fit_mode, picture_scale);
   view_->show_vector_files(image->vector_files());
   images_.set_icon(images_.row_of(image),
                    QIcon(QPixmap::fromImage(

@@ -528,7 +528,7 @@ void main_window::show_class_dock_() {
 
 void main_window::open_vector_file_() {
   const auto image = current_image();
-  if (image == nullptr) {
+  if (image == nullptr || (processing_.running() && processing_.image() == image)) {
     return;
   }
   const QString name = QFileDialog::getOpenFileName(
@@ -659,26 +659,27 @@ void main_window::start_full_picture(const std::shared_ptr<hs_image>& image) {
   }
   const QString file_name = image->file_name();
   const rendering_options options = image->rendering();
-  auto watcher = std::make_shared<QFutureWatcher<full_picture_result>>();
-  tools_->loads.append({image, watcher});
+  auto* watcher = new QFutureWatcher<full_picture_result>(this);
+  const auto stop = std::make_shared<std::atomic<bool>>(false);
+  tools_->loads.append({image, watcher, stop});
   const std::weak_ptr<hs_image> target = image;
-  connect(watcher.get(), &QFutureWatcherBase::finished, this, [this, target, watcher] {
+  connect(watcher, &QFutureWatcherBase::finished, this, [this, target, watcher] {
     for (int i = 0; i < tools_->loads.size(); ++i) {
       if (tools_->loads[i].watcher == watcher) {
         tools_->loads.removeAt(i);
         break;
       }
     }
+    watcher->deleteLater();
     if (const auto image = target.lock()) {
       full_picture_ready_(image, watcher->result());
     }
   });
   // A reader of its own: the image's input stays with the window's thread.
-  watcher->setFuture(QtConcurrent::run([file_name, options] {
+  watcher->setFuture(QtConcurrent::run([file_name, options, stop] {
     try {
       const auto source = corv::open_input(file_name.toStdString(), false);
-      full_picture_result done = full_picture(*source, options, false);
-      return done;
+      return full_picture(*source, options, false, [stop](unsigned, unsigned) { return !*stop; });
     } catch (const std::exception& error) {
       full_picture_result failed;
       failed.message = QString::fromStdString(error.what());
@@ -774,9 +775,10 @@ void main_window::update_actions_() {
   for (QAction* action :
        {a.close_image, a.close_all, a.save_view, a.by_cube, a.by_band, a.rendering, a.color,
         a.irradiance, a.reflectance, a.specularity, a.shading, a.fit, a.actual, a.zoom_in,
-        a.zoom_out, a.pixel_inspector, t.information, t.open_vector}) {
+        a.zoom_out, a.pixel_inspector, t.information}) {
     action->setEnabled(has);
   }
+  t.open_vector->setEnabled(has && !busy);
   for (QAction* action : {a.save_hsz, a.export_irradiance, a.export_reflectance, a.export_materials,
                           a.export_illumination, a.import_illumination, a.reload, a.remove_bands,
                           a.crop, a.recover_illuminant, a.recover_reflectance, a.discover_materials,

@@ -4,6 +4,7 @@
 #include <QAction>
 #include <QDockWidget>
 #include <QFutureWatcher>
+#include <atomic>
 #include <memory>
 
 #include "tavr/app/main_window.h"
@@ -31,12 +32,24 @@ struct main_window::tools {
   QDockWidget* classes_frame = nullptr;  // the dock holding `classes`
   band_chooser* bands = nullptr;
 
-  // The full pictures being made in the background, one per image.
+  // The full pictures being made in the background, one per image, each with
+  // the flag that stops it.
   struct loading {
     std::weak_ptr<hs_image> image;
-    std::shared_ptr<QFutureWatcher<full_picture_result>> watcher;
+    QFutureWatcher<full_picture_result>* watcher = nullptr;
+    std::shared_ptr<std::atomic<bool>> stop;
   };
   QList<loading> loads;
+
+  tools() = default;
+  tools(const tools&) = delete;
+  tools& operator=(const tools&) = delete;
+  // A picture still being read is not wanted any more.
+  ~tools() {
+    for (const loading& load : loads) {
+      *load.stop = true;
+    }
+  }
 
   QAction* resize = nullptr;
   QAction* align = nullptr;

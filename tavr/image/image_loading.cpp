@@ -33,34 +33,42 @@ std::array<unsigned, 3> copied_bands(unsigned bands) {
   return {half + quarter, half, half - quarter};
 }
 
-// The rendering of three weighted bands (blank where one holds the ignore
-// value, shifted to a minimum of 0, the sine tone curve), in two parallel passes
-// and with the tone curve from a table: the first picture must not take much
-// longer than reading its bands. Levels may differ from the exact curve's by one.
+// The rendering of three weighted bands (black where one holds the ignore
+// value, shifted to a minimum of 0, the sine tone curve) from every step-th
+// pixel, in parallel, with the value range from a sample and the tone curve from
+// a table: the first picture must not take much longer than reading its bands.
 QImage quick_picture(const corv::cube& read, const std::array<arma::uword, 3>& layers,
-                     const std::array<float, 3>& scales, float ignored) {
+                     const std::array<float, 3>& scales, float ignored, long step) {
   const long rows = static_cast<long>(read.n_rows);
-  const long cols = static_cast<long>(read.n_cols);
-  const long count = rows * cols;
+  const long out_rows = (rows + step - 1) / step;
+  const long out_cols = (static_cast<long>(read.n_cols) + step - 1) / step;
   const float* band[3] = {read.slice_memptr(layers[0]), read.slice_memptr(layers[1]),
                           read.slice_memptr(layers[2])};
+  // The sample of picture pixel (row, col).
+  auto at = [rows, step](long row, long col) { return col * step * rows + row * step; };
   auto kept = [&](long i) {
     return band[0][i] != ignored && band[1][i] != ignored && band[2][i] != ignored;
   };
+  // The range of the values from every fourth picture pixel each way: a sixteenth
+  // of the reading, for a picture that is replaced by the full one in a moment.
+  constexpr long range_step = 4;
   float lowest = std::numeric_limits<float>::infinity();
   float highest = -std::numeric_limits<float>::infinity();
 #pragma omp parallel for reduction(min : lowest) reduction(max : highest)
-  for (long i = 0; i < count; ++i) {
-    const bool keep = kept(i);
-    for (int c = 0; c < 3; ++c) {
-      const float v = keep ? band[c][i] * scales[static_cast<std::size_t>(c)] : 0.0f;
-      lowest = v < lowest ? v : lowest;
-      highest = v > highest ? v : highest;
+  for (long col = 0; col < out_cols; col += range_step) {
+    for (long row = 0; row < out_rows; row += range_step) {
+      const long i = at(row, col);
+      const bool keep = kept(i);
+      for (int c = 0; c < 3; ++c) {
+        const float v = keep ? band[c][i] * scales[static_cast<std::size_t>(c)] : 0.0f;
+        lowest = v < lowest ? v : lowest;
+        highest = v > highest ? v : highest;
+      }
     }
   }
   const float shift = lowest < 0.0f ? -lowest : 0.0f;
   const float top = highest + shift;
-  QImage picture(static_cast<int>(cols), static_cast<int>(rows), QImage::Format_RGB32);
+  QImage picture(static_cast<int>(out_cols), static_cast<int>(out_rows), QImage::Format_RGB32);
   if (!(top > 0.0f) || !std::isfinite(top)) {
     picture.fill(Qt::black);
     return picture;
@@ -76,29 +84,24 @@ QImage quick_picture(const corv::cube& read, const std::array<arma::uword, 3>& l
   }();
   const float position = (steps - 1) / top;
   auto level = [&](float v) {
-    const float at = (v + shift) * position;
-    return at > 0.0f ? curve[static_cast<std::size_t>(std::min(at + 0.5f, steps - 1.0f))] : 0;
+    const float where = (v + shift) * position;
+    return where > 0.0f ? curve[static_cast<std::size_t>(std::min(where + 0.5f, steps - 1.0f))] : 0;
   };
-  // Blocks of rows, each read down its columns: the bands are column-major.
+  // Blocks of picture rows, each read down its columns: the bands are column-major.
   constexpr long block = 64;
-  const long blocks = (rows + block - 1) / block;
+  const long blocks = (out_rows + block - 1) / block;
   uchar* bits = picture.bits();
   const auto line_bytes = static_cast<long>(picture.bytesPerLine());
 #pragma omp parallel for schedule(dynamic)
   for (long b = 0; b < blocks; ++b) {
-    const long last = std::min(rows, (b + 1) * block);
-    for (long col = 0; col < cols; ++col) {
+    const long last = std::min(out_rows, (b + 1) * block);
+    for (long col = 0; col < out_cols; ++col) {
       for (long row = b * block; row < last; ++row) {
-        const long i = col * rows + row;
-        int level_of[3] = {0, 0, 0};
-        if (kept(i)) {
-          for (int c = 0; c < 3; ++c) {
-            level_of[c] = level(band[c][i] * scales[static_cast<std::size_t>(c)]);
-          }
-        } else {
-          for (int c = 0; c < 3; ++c) {
-            level_of[c] = level(0.0f);
-          }
+        const long i = at(row, col);
+        const bool keep = kept(i);
+        int level_of[3];
+        for (int c = 0; c < 3; ++c) {
+          level_of[c] = level(keep ? band[c][i] * scales[static_cast<std::size_t>(c)] : 0.0f);
         }
         reinterpret_cast<QRgb*>(bits + row * line_bytes)[col] =
             qRgb(level_of[2], level_of[1], level_of[0]);
@@ -139,7 +142,12 @@ std::array<unsigned, 3> first_picture_bands(const corv::vector& wavelengths,
           nearest_band(wavelengths, weight_peaks[2])};
 }
 
-QImage first_picture(corv::input& source, const rendering_options& options) {
+unsigned first_picture_step(unsigned height, unsigned width) {
+  const unsigned longest = std::max(height, width);
+  return std::max(1u, (longest + first_picture_side - 1) / first_picture_side);
+}
+
+QImage first_picture(corv::input& source, const rendering_options& options, unsigned step) {
   const corv::vector wavelengths = source.wavelengths();
   const std::array<unsigned, 3> bands = first_picture_bands(wavelengths, options);
   // Each band once, in increasing order: the reader's fastest path.
@@ -160,7 +168,7 @@ QImage first_picture(corv::input& source, const rendering_options& options) {
   }
   const auto ignored = static_cast<float>(options.data_ignore_val);
   if (!options.contrast_enhancement) {
-    return quick_picture(read, layers, scales, ignored);
+    return quick_picture(read, layers, scales, ignored, std::max(1L, static_cast<long>(step)));
   }
   corv::cube channels(read.n_rows, read.n_cols, 3);
   arma::umat keep(read.n_rows, read.n_cols, arma::fill::ones);

@@ -29,11 +29,23 @@ namespace tavr {
 std::array<unsigned, 3> first_picture_bands(const corv::vector& wavelengths,
                                             const rendering_options& options);
 
-// The first picture of an image from its three first-picture bands. Each
-// weighted band is scaled by its channel's colour constant, so that a flat
-// spectrum has the full picture's colour; a pixel is black where one of the
-// three holds the data-ignore value.
-QImage first_picture(corv::input& source, const rendering_options& options);
+// The first picture need not be larger than the screen: the longest side it is
+// rendered at, at most.
+constexpr unsigned first_picture_side = 1024;
+
+// The sampling step of the first picture of an image of this size: every
+// step-th pixel in each direction, so that its longest side is at most
+// first_picture_side (1 for images up to that size).
+unsigned first_picture_step(unsigned height, unsigned width);
+
+// The first picture of an image from its three first-picture bands, from every
+// `step`-th pixel of each row and column (ceil(height / step) x ceil(width /
+// step) pixels; shown `step` times larger). Each weighted band is scaled by its
+// channel's colour constant, so that a flat spectrum has the full picture's
+// colour; a pixel is black where one of the three holds the data-ignore value.
+// The range of the tone curve comes from every fourth of its pixels each way.
+// With contrast enhancement the picture is rendered whole, whatever the step.
+QImage first_picture(corv::input& source, const rendering_options& options, unsigned step = 1);
 
 // What the background part of opening gives back.
 struct full_picture_result {

@@ -52,7 +52,8 @@ image_view::image_view(QWidget* parent) : QGraphicsView(parent) {
   setAlignment(Qt::AlignCenter);
 }
 
-void image_view::show_picture(const QImage& picture, const QString& fit_mode) {
+void image_view::show_picture(const QImage& picture, const QString& fit_mode,
+                              double picture_scale) {
   const QPixmap pixmap = QPixmap::fromImage(picture);
   if (picture_ == nullptr) {
     picture_ = scene_.addPixmap(pixmap);
@@ -61,7 +62,10 @@ void image_view::show_picture(const QImage& picture, const QString& fit_mode) {
   } else {
     picture_->setPixmap(pixmap);
   }
-  scene_.setSceneRect(0, 0, picture.width(), picture.height());
+  // A picture of fewer pixels than the image (a first picture) is drawn larger,
+  // so that scene coordinates stay image pixels.
+  picture_->setScale(picture_scale);
+  scene_.setSceneRect(picture_rect());
   if (fit_mode == fit_image_to_window) {
     fit_to_window();
   } else if (fit_mode == actual_size_mode) {
@@ -104,7 +108,7 @@ bool image_view::has_picture() const {
 }
 
 QRectF image_view::picture_rect() const {
-  return picture_ == nullptr ? QRectF() : picture_->boundingRect();
+  return picture_ == nullptr ? QRectF() : picture_->sceneBoundingRect();
 }
 
 QImage image_view::picture() const {

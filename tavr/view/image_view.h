@@ -42,7 +42,9 @@ class image_view : public QGraphicsView {
 
   // Shows a picture with a fit mode ("fit_image_to_window", "actual_size",
   // "zoom", or "no_fit" to keep the current transform).
-  void show_picture(const QImage& picture, const QString& fit_mode);
+  // `picture_scale`: image pixels per picture pixel (a picture sampled from every
+  // n-th pixel is shown n times larger).
+  void show_picture(const QImage& picture, const QString& fit_mode, double picture_scale = 1.0);
   void clear_picture();
   // Draws the points and polygons of vector files over the picture (replacing
   // those drawn before).

@@ -18,7 +18,8 @@ corv::cube scene(arma::uword bands) {
   for (arma::uword i = 0; i < I.n_elem; ++i) {
     I(i) = static_cast<float>((i * 7919) % 1000) / 1000.0f;
   }
-  I.tube(2, 3).fill(-9999.0f);  // one ignored pixel
+  I.tube(2, 3).fill(-9999.0f);  // two ignored pixels
+  I.tube(2, 2).fill(-9999.0f);
   return I;
 }
 
@@ -114,6 +115,12 @@ void image_loading_test::pictures_equal_the_whole_cube_rendering() {
     }
   }
   QVERIFY(largest <= 1);
+  // Sampled from every other pixel: half the size (rounded up), the ignored pixel still black.
+  QCOMPARE(tavr::first_picture_step(2048, 1000), 2u);
+  QCOMPARE(tavr::first_picture_step(1024, 1024), 1u);
+  const QImage sampled = tavr::first_picture(*input, options, 2);
+  QCOMPARE(sampled.size(), QSize(6, 5));
+  QCOMPARE(sampled.pixelColor(1, 1), QColor(Qt::black));
   tavr::rendering_options stretched = options;
   stretched.contrast_enhancement = true;
   QCOMPARE(tavr::first_picture(*input, stretched),
