@@ -260,6 +260,10 @@ class main_window : public QMainWindow {
   // The picture of a class or endmember view of an image, and the class layer over a picture.
   QImage class_picture(hs_image& image);
   QImage with_class_layer(hs_image& image, const QImage& picture);
+  // Puts the viewer's library, on the image's wavelengths, into its pipeline for
+  // classification or endmember recovery; false (reported under `title`) when
+  // it is empty or cannot be resampled.
+  bool use_library_for(hs_image& image, const QString& title);
   // The band chooser and the classes dock for the current image.
   void refresh_tool_docks();
   // The legend of the image's classification or endmembers, with its check states.

@@ -391,24 +391,29 @@ void main_window::show_logs_() {
 
 // Classification
 
-void main_window::process_classification_() {
-  const auto image = current_image();
-  if (image == nullptr || processing_.running()) {
-    return;
-  }
+bool main_window::use_library_for(hs_image& image, const QString& title) {
   corv::spectral_library chosen;
   try {
-    chosen = library_.library_on(image->pipeline().wavelengths());
+    chosen = library_.library_on(image.pipeline().wavelengths());
   } catch (const std::exception& error) {
-    report("Tavrel Classification", QString::fromStdString(error.what()));
-    return;
+    report(title, QString::fromStdString(error.what()));
+    return false;
   }
   const QString problem = processing_controller::library_problem(&chosen);
   if (!problem.isEmpty()) {
-    report("Tavrel Classification", problem);
+    report(title, problem);
+    return false;
+  }
+  image.pipeline().set_library(std::make_shared<corv::spectral_library>(std::move(chosen)));
+  return true;
+}
+
+void main_window::process_classification_() {
+  const auto image = current_image();
+  if (image == nullptr || processing_.running() ||
+      !use_library_for(*image, "Tavrel Classification")) {
     return;
   }
-  image->pipeline().set_library(std::make_shared<corv::spectral_library>(std::move(chosen)));
   image->view_state().class_states.clear();
   image->view_state().class_labels.clear();
   processing_.set_classification_method(tools_->classes->method());
@@ -417,22 +422,9 @@ void main_window::process_classification_() {
 
 void main_window::process_endmembers_() {
   const auto image = current_image();
-  if (image == nullptr || processing_.running()) {
+  if (image == nullptr || processing_.running() || !use_library_for(*image, "Recover Endmembers")) {
     return;
   }
-  corv::spectral_library chosen;
-  try {
-    chosen = library_.library_on(image->pipeline().wavelengths());
-  } catch (const std::exception& error) {
-    report("Recover Endmembers", QString::fromStdString(error.what()));
-    return;
-  }
-  const QString problem = processing_controller::library_problem(&chosen);
-  if (!problem.isEmpty()) {
-    report("Recover Endmembers", problem);
-    return;
-  }
-  image->pipeline().set_library(std::make_shared<corv::spectral_library>(std::move(chosen)));
   process(processing_command::endmembers);
 }
 
