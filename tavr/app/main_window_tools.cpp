@@ -50,22 +50,9 @@ namespace tavr {
 
 namespace {
 
-template <typename Slot>
-QAction* tool_action(main_window* window, const QString& text, const QString& shortcut,
-                     const QString& icon, Slot slot) {
-  auto* action = new QAction(text, window);
-  if (!shortcut.isEmpty()) {
-    action->setShortcut(QKeySequence(shortcut));
-  }
-  if (!icon.isEmpty()) {
-    action->setIcon(QIcon(":/tavrel/icons/" + icon + ".png"));
-  }
-  QObject::connect(action, &QAction::triggered, window, slot);
-  return action;
-}
-
-void set_icon(QAction* action, const char* name) {
+QAction* with_icon(QAction* action, const char* name) {
   action->setIcon(QIcon(QStringLiteral(":/tavrel/icons/%1.png").arg(QLatin1String(name))));
+  return action;
 }
 
 // The points and polygons of all of an image's vector files together.
@@ -105,35 +92,39 @@ log_dialog& main_window::logs() {
 void main_window::build_tool_actions() {
   tools_ = std::make_unique<tools>();
   tools& t = *tools_;
-  t.resize = tool_action(this, "Resize...", "Alt+R", "resize", &main_window::resize_image_);
-  t.align = tool_action(this, "Align Bands", "Alt+A", "align", &main_window::align_bands_);
+  t.resize =
+      with_icon(make_action(this, "Resize...", "Alt+R", &main_window::resize_image_), "resize");
+  t.align =
+      with_icon(make_action(this, "Align Bands", "Alt+A", &main_window::align_bands_), "align");
   t.align->setToolTip("Align the bands in the source image");
-  t.information = tool_action(this, "Image Information...", "", "information",
-                              &main_window::show_image_information_);
-  t.band_maths_action =
-      tool_action(this, "Band Maths...", "", "band_maths", &main_window::show_band_maths_);
-  t.logs_action = tool_action(this, "Logs...", "", "logs", &main_window::show_logs_);
+  t.information = with_icon(
+      make_action(this, "Image Information...", "", &main_window::show_image_information_),
+      "information");
+  t.band_maths_action = with_icon(
+      make_action(this, "Band Maths...", "", &main_window::show_band_maths_), "band_maths");
+  t.logs_action = with_icon(make_action(this, "Logs...", "", &main_window::show_logs_), "logs");
   t.logs_action->setToolTip("Show logs");
-  t.classification = tool_action(this, "Run Classification", "", "classification",
-                                 &main_window::process_classification_);
-  t.endmembers =
-      tool_action(this, "Recover Endmembers", "", "library", &main_window::process_endmembers_);
-  t.class_layer = tool_action(this, "Show Class Transparency Layer", "", "class_layer",
-                              &main_window::show_class_transparency_);
+  t.classification =
+      with_icon(make_action(this, "Run Classification", "", &main_window::process_classification_),
+                "classification");
+  t.endmembers = with_icon(
+      make_action(this, "Recover Endmembers", "", &main_window::process_endmembers_), "library");
+  t.class_layer = with_icon(make_action(this, "Show Class Transparency Layer", "",
+                                        &main_window::show_class_transparency_),
+                            "class_layer");
   t.class_layer->setCheckable(true);
-  t.open_vector = tool_action(this, "Open Vector File", "", "", &main_window::open_vector_file_);
-  t.export_statistics = tool_action(this, "Export Vector Statistics...", "", "statistics",
-                                    &main_window::export_vector_statistics_);
-  t.delete_vector =
-      tool_action(this, "Delete Vector File", "", "", &main_window::delete_vector_file_);
-  t.tutorial_action = tool_action(this, "Tutorial", "", "", &main_window::show_tutorial_);
-  t.help_offline =
-      tool_action(this, "Tavrel Help (Offline)", "F1", "help", &main_window::show_offline_help_);
+  t.open_vector = make_action(this, "Open Vector File", "", &main_window::open_vector_file_);
+  t.export_statistics = with_icon(
+      make_action(this, "Export Vector Statistics...", "", &main_window::export_vector_statistics_),
+      "statistics");
+  t.delete_vector = make_action(this, "Delete Vector File", "", &main_window::delete_vector_file_);
+  t.tutorial_action = make_action(this, "Tutorial", "", &main_window::show_tutorial_);
+  t.help_offline = with_icon(
+      make_action(this, "Tavrel Help (Offline)", "F1", &main_window::show_offline_help_), "help");
   t.help_online =
-      tool_action(this, "Tavrel Help (Online)", "Alt+F1", "", &main_window::show_online_help_);
-  t.feedback =
-      tool_action(this, "Provide Feedback (Online)", "", "", &main_window::provide_feedback_);
-  t.updates = tool_action(this, "Check For Updates", "", "", &main_window::check_for_updates_);
+      make_action(this, "Tavrel Help (Online)", "Alt+F1", &main_window::show_online_help_);
+  t.feedback = make_action(this, "Provide Feedback (Online)", "", &main_window::provide_feedback_);
+  t.updates = make_action(this, "Check For Updates", "", &main_window::check_for_updates_);
 
   // The pictures of the actions built before.
   actions& a = *actions_;
@@ -164,7 +155,7 @@ void main_window::build_tool_actions() {
   };
   for (const auto& [action, name] : pictures) {
     if (action != nullptr) {
-      set_icon(action, name);
+      with_icon(action, name);
     }
   }
 }
