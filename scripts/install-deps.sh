@@ -7,10 +7,11 @@ set -euo pipefail
 packages=(
   build-essential cmake ccache pkg-config
   qtbase5-dev libqwt-qt5-dev
+  libqt5svg5-dev
   libhdf5-dev libgdal-dev libarmadillo-dev
   libopencv-core-dev libopencv-imgproc-dev libopencv-ml-dev
   libboost-filesystem-dev libboost-regex-dev libboost-date-time-dev
-  libzip-dev zipcmp zipmerge ziptool
+  libzip-dev zipcmp zipmerge ziptool zlib1g-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   xvfb xauth
   pybind11-dev python3-dev python3-numpy python3-pytest

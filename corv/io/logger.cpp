@@ -40,6 +40,13 @@ std::vector<logger::entry> logger::entries() const {
   return entries_;
 }
 
+std::vector<logger::entry> logger::take_entries() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<entry> taken;
+  taken.swap(entries_);
+  return taken;
+}
+
 void logger::clear_entries() {
   std::lock_guard<std::mutex> lock(mutex_);
   entries_.clear();

@@ -40,6 +40,8 @@ class logger {
   }
 
   std::vector<entry> entries() const;
+  // The completed lines, leaving none behind (for a reader that keeps them itself).
+  std::vector<entry> take_entries();
   void clear_entries();
 
   void set_echo(bool echo) { echo_ = echo; }

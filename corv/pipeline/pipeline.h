@@ -60,6 +60,8 @@ class pipeline {
   void reset_components(bool reflectance);
 
   const std::shared_ptr<input>& source() const { return input_; }
+  // Whether I is in memory (computed here, or read from the input by I()).
+  bool holds_I() const { return !I_.empty(); }
   std::shared_ptr<spectral_library> library() const { return library_; }
   void set_library(std::shared_ptr<spectral_library> library) { library_ = std::move(library); }
 
@@ -100,6 +102,8 @@ class pipeline {
   void crop(int first_row, int first_col, int last_row, int last_col, bool reflectance);
   void resize(int rows, int cols, bool reflectance);
   void remove_bands(const band_list& bands, bool reflectance);
+  // Lines every band up with the reference band (see band_alignment.h).
+  void align_bands(unsigned reference, bool reflectance);
   void filter(int method, int size, bool reflectance);
 
   // Processing stages, in the order a full run calls them. Each checks its

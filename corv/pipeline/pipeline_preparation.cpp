@@ -2,9 +2,11 @@
 #include <algorithm>
 #include <set>
 #include <stdexcept>
+#include <string>
 
 #include "corv/analysis/smoothing.h"
 #include "corv/io/logger.h"
+#include "corv/pipeline/band_alignment.h"
 #include "corv/pipeline/cube_resize.h"
 #include "corv/pipeline/pipeline.h"
 #include "corv/pipeline/wiener.h"
@@ -41,6 +43,17 @@ void pipeline::crop(int first_row, int first_col, int last_row, int last_col, bo
     throw std::runtime_error("pipeline crop: Error - Invalid parameters.");
   }
   data = data.tube(first_row, first_col, last_row, last_col);
+  changed(data);
+}
+
+void pipeline::align_bands(unsigned reference, bool reflectance) {
+  if (bands_ > 0 && reference >= bands_) {
+    throw std::runtime_error("align_bands: Reference band " + std::to_string(reference) +
+                             " does not exist; the image has " + std::to_string(bands_) +
+                             " bands.");
+  }
+  cube& data = prepared_cube(reflectance, "pipeline align_bands: ");
+  corv::align_bands(data, reference);
   changed(data);
 }
 

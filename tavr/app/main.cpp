@@ -8,8 +8,6 @@
 #include <QCommandLineParser>
 #include <QDockWidget>
 #include <QElapsedTimer>
-#include <QLinearGradient>
-#include <QPainter>
 #include <QSplashScreen>
 #include <QTimer>
 #include <algorithm>
@@ -18,6 +16,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "tavr/app/dialog_gallery.h"
 #include "tavr/app/main_window.h"
 #include "tavr/camera/camera_controller.h"
 #include "tavr/camera/camera_panel.h"
@@ -27,37 +26,6 @@
 namespace {
 
 constexpr int splash_ms = 1500;
-
-// The splash picture of the resources, or a drawn one when they are not built in.
-QPixmap splash_picture() {
-  QPixmap picture(":/tavrel/icons/Tavrel_logo.png");
-  if (!picture.isNull()) {
-    return picture;
-  }
-  picture = QPixmap(480, 260);
-  QPainter painter(&picture);
-  QLinearGradient band(0, 0, picture.width(), 0);
-  const QColor stops[] = {QColor(90, 40, 160), QColor(30, 90, 200), QColor(20, 160, 120),
-                          QColor(220, 200, 40), QColor(210, 60, 40)};
-  for (int i = 0; i < 5; ++i) {
-    band.setColorAt(i / 4.0, stops[i]);
-  }
-  painter.fillRect(picture.rect(), QColor(24, 24, 28));
-  painter.fillRect(QRect(0, 200, picture.width(), 12), band);
-  painter.setPen(Qt::white);
-  QFont title = painter.font();
-  title.setPointSize(36);
-  title.setBold(true);
-  painter.setFont(title);
-  painter.drawText(QRect(0, 40, picture.width(), 90), Qt::AlignCenter, "Tavrel");
-  QFont subtitle = painter.font();
-  subtitle.setPointSize(11);
-  subtitle.setBold(false);
-  painter.setFont(subtitle);
-  painter.drawText(QRect(0, 130, picture.width(), 40), Qt::AlignCenter,
-                   "Corvantis Visualisation Environment");
-  return picture;
-}
 
 void name_application() {
   QCoreApplication::setOrganizationName(tavr::settings_organisation);
@@ -123,18 +91,23 @@ bool command_for(const QStringList& stages, tavr::processing_command& command) {
 class screenshot_run : public QObject {
  public:
   screenshot_run(tavr::main_window& window, tavr::startup_file opened, QString view,
-                 QStringList stages, QString file)
+                 QStringList stages, QString file, QString dialog)
       : window_(window),
         opened_(std::move(opened)),
         view_(std::move(view)),
         stages_(std::move(stages)),
-        file_(std::move(file)) {
+        file_(std::move(file)),
+        dialog_(std::move(dialog)) {
     QObject::connect(&window_, &tavr::main_window::message_reported, this,
                      [this] { reported_ = true; });
   }
 
   void start() {
     window_.show();
+    if (opened_.what == tavr::startup_file::kind::none) {
+      grab(tavr::open_gallery_dialog(window_, dialog_));
+      return;
+    }
     const bool workspace = opened_.what == tavr::startup_file::kind::workspace;
     if (!(workspace ? window_.open_workspace(opened_.path) : window_.open_image(opened_.path))) {
       finish(1);
@@ -182,9 +155,20 @@ class screenshot_run : public QObject {
     window_.view().mark_point(centre);
     window_.add_plot_curve_(centre);
     window_.pixel_inspect_(centre);
-    // Let the docks and plots lay out and paint before the grab.
-    QTimer::singleShot(300, this, [this] {
-      if (!window_.grab().save(file_)) {
+    grab(dialog_.isEmpty() ? nullptr : tavr::open_gallery_dialog(window_, dialog_));
+  }
+
+  // Saves the window, with the dialog over it when there is one.
+  void grab(QDialog* dialog) {
+    // Let the docks, plots and dialog lay out and paint before the grab.
+    QTimer::singleShot(300, this, [this, dialog] {
+      const QImage shot =
+          dialog != nullptr
+              ? tavr::window_with_dialog(window_, *dialog,
+                                         // The band maths result shows in the view beside it.
+                                         dialog_ == "band-maths" ? Qt::AlignRight : Qt::AlignCenter)
+              : window_.grab().toImage();
+      if (!shot.save(file_)) {
         print_error("could not save the screenshot " + file_);
         finish(1);
         return;
@@ -200,6 +184,7 @@ class screenshot_run : public QObject {
   QString view_;
   QStringList stages_;
   QString file_;
+  QString dialog_;
   bool reported_ = false;
 };
 
@@ -356,7 +341,12 @@ int main(int argc, char** argv) {
                                   "30");
   const QCommandLineOption capture(
       "capture", "Capture the frame after the live view into FILE (.hsz: HSZ, else ENVI).", "FILE");
+  const QCommandLineOption dialog("dialog",
+                                  "With --screenshot: open this dialog over the window first (" +
+                                      tavr::gallery_dialog_names().join(", ") + ").",
+                                  "NAME");
   parser.addOption(screenshot);
+  parser.addOption(dialog);
   parser.addOption(view);
   const QCommandLineOption save_workspace(
       "save-workspace", "Open the images named, save them as the workspace OUT and exit.", "OUT");
@@ -379,6 +369,7 @@ int main(int argc, char** argv) {
   }
   QApplication app(argc, argv);
   name_application();
+  QApplication::setWindowIcon(QIcon(":/tavrel/icons/tavrel.png"));
   // Past a file size limit a save fails with EFBIG and is reported, instead of
   // the signal ending the program with every unsaved image. The library's log
   // is echoed to standard output, as the library does by default.
@@ -426,6 +417,14 @@ int main(int argc, char** argv) {
     print_error("unknown stage in '" + parser.value(process) + "'");
     return 2;
   }
+  if (parser.isSet(dialog) && !tavr::gallery_dialog_names().contains(parser.value(dialog))) {
+    print_error("unknown dialog '" + parser.value(dialog) + "'");
+    return 2;
+  }
+  if (parser.isSet(dialog) && !parser.isSet(screenshot)) {
+    print_error("--dialog needs --screenshot");
+    return 2;
+  }
   const QStringList positional = parser.positionalArguments();
   const tavr::startup_file startup =
       tavr::startup_file_of(QStringList{app.applicationFilePath()} + positional);
@@ -445,7 +444,9 @@ int main(int argc, char** argv) {
   }
 
   if (parser.isSet(screenshot)) {
-    if (startup.what == tavr::startup_file::kind::none) {
+    // A dialog can be shown over an empty window.
+    const bool without_image = parser.isSet(dialog) && positional.isEmpty();
+    if (startup.what == tavr::startup_file::kind::none && !without_image) {
       print_error(positional.isEmpty() ? QString("--screenshot needs an image or a workspace")
                                        : "no image or workspace file " + positional.back());
       return 2;
@@ -455,18 +456,22 @@ int main(int argc, char** argv) {
     QObject::connect(&window, &tavr::main_window::message_reported,
                      [](const QString&, const QString& text) { print_error(text); });
     window.resize(1400, 860);
-    screenshot_run run(window, startup, view_name, stages, parser.value(screenshot));
+    screenshot_run run(window, startup, view_name, stages, parser.value(screenshot),
+                       parser.value(dialog));
     QTimer::singleShot(0, &run, [&run] { run.start(); });
     return app.exec();
   }
 
-  QSplashScreen splash(splash_picture());
+  QSplashScreen splash(QPixmap(":/tavrel/icons/Tavrel_logo.png"));
   splash.show();
   app.processEvents();
 
   tavr::main_window window;
   QTimer::singleShot(splash_ms, &splash, &QWidget::close);
   QTimer::singleShot(splash_ms, &window, &QWidget::show);
+  if (window.app_settings().show_tutorial_at_startup) {
+    QTimer::singleShot(splash_ms, &window, &tavr::main_window::show_tutorial_);
+  }
   // The docks the restored layout left open appear together with the window.
   for (QDockWidget* dock : window.startup_docks()) {
     if (!dock->isHidden()) {

@@ -16,11 +16,13 @@
 #include <QStandardItemModel>
 #include <QStatusBar>
 #include <QThreadPool>
+#include <QTimer>
 #include <QToolBar>
 #include <QVBoxLayout>
 
 #include "tavr/app/main_window_actions.h"
 #include "tavr/camera/camera_controller.h"
+#include "tavr/app/main_window_tools.h"
 #include "tavr/dialogs/rendering_dialog.h"
 #include "tavr/dialogs/settings_dialog.h"
 #include "tavr/labels/label_controller.h"
@@ -81,13 +83,16 @@ main_window::main_window(QSettings* settings, QWidget* parent)
 
   build_actions();
   build_feature_actions();
+  build_tool_actions();
   build_menus();
   build_docks();
   build_feature_docks();
   build_camera();
+  build_tool_docks();
   connect_view();
   connect_processing();
   restore_settings();
+  update_actions_();
 }
 
 main_window::~main_window() = default;
@@ -254,6 +259,7 @@ void main_window::build_menus() {
   bar->addSeparator();
   bar->addAction(a.pixel_inspector);
   bar->addAction(a.polygon_tool);
+  build_tool_menus(image, view, process, tools, help, docks);
 }
 
 void main_window::build_docks() {
@@ -351,9 +357,9 @@ void main_window::connect_processing() {
 
 QList<QDockWidget*> main_window::startup_docks() const {
   QList<QDockWidget*> docks;
-  for (QDockWidget* dock :
-       {images_dock_, components_dock_, materials_dock_, labels_dock_, pca_dock_, plots_dock_,
-        camera_dock_}) {
+  // The camera dock shows when live view starts.
+  for (QDockWidget* dock : {images_dock_, components_dock_, materials_dock_, labels_dock_,
+                            pca_dock_, tools_->classes_frame, plots_dock_}) {
     docks.append(dock);
   }
   return docks;
@@ -403,6 +409,26 @@ void main_window::closeEvent(QCloseEvent* event) {
   camera_->shut_down();
   store_settings();
   event->accept();
+}
+
+void main_window::showEvent(QShowEvent* event) {
+  QMainWindow::showEvent(event);
+  if (shown_once_) {
+    return;
+  }
+  shown_once_ = true;
+  // An image opened before the window showed was fitted to a view of no size:
+  // fit it again once the window has its size.
+  if (!view_->has_picture()) {
+    return;
+  }
+  QTimer::singleShot(0, this, [this] {
+    const auto image = current_image();
+    if (image != nullptr && view_->has_picture()) {
+      view_->fit_to_window();
+      remember_view_state();
+    }
+  });
 }
 
 void main_window::show_images_dock_() {

@@ -6,6 +6,7 @@
 #include <QPointF>
 #include <QRectF>
 #include <QString>
+#include <QVector>
 #include <functional>
 #include <memory>
 
@@ -13,6 +14,7 @@
 #include "tavr/app/viewer_settings.h"
 #include "tavr/image/colour_renderer.h"
 #include "tavr/image/hs_image.h"
+#include "tavr/image/image_loading.h"
 #include "tavr/library/library_model.h"
 #include "tavr/processing/processing_controller.h"
 #include "tavr/processing/processing_settings.h"
@@ -33,7 +35,10 @@ class QSettings;
 namespace tavr {
 
 class camera_controller;
+class band_maths;
+class band_maths_controller;
 class image_view;
+class log_dialog;
 class label_controller;
 class labels_dock;
 class pixel_dialog;
@@ -42,6 +47,7 @@ class workspace_controller;
 class rendering_dialog;
 class plot;
 class settings_dialog;
+struct legend_entry;
 struct open_command;
 
 // The viewer's one window. It builds the menus, docks and dialogs and connects
@@ -80,6 +86,11 @@ class main_window : public QMainWindow {
   component_view current_view() const;
   // The docks that start hidden and show with the window after the splash.
   QList<QDockWidget*> startup_docks() const;
+
+  // The band maths dialog and its runner, and the log dialog.
+  band_maths& band_maths_dialog();
+  band_maths_controller& band_maths_runner();
+  log_dialog& logs();
 
   // Starts a processing run on the current image; false when none could start.
   bool process(processing_command command);
@@ -195,6 +206,32 @@ class main_window : public QMainWindow {
   void show_all_polygon_labels_();
   void show_all_material_clusters_();
 
+  // Band maths, classification, the small dialogs, vector files and help: each
+  // hands over to its dialog or controller (main_window_tools.cpp).
+  void show_band_maths_();
+  void run_band_maths_();
+  void add_band_maths_layer_();
+  void save_band_maths_result_();
+  void show_image_information_();
+  void resize_image_();
+  void align_bands_();
+  void show_logs_();
+  void process_classification_();
+  void process_endmembers_();
+  void show_class_transparency_();
+  void show_class_dock_();
+  void open_vector_file_();
+  void export_vector_statistics_();
+  void delete_vector_file_();
+  void show_tutorial_();
+  void show_tutorial_at_startup_(bool show);
+  void show_offline_help_();
+  void show_online_help_();
+  void provide_feedback_();
+  void check_for_updates_();
+  // Enables each action when it can do something now (an image, no run going, ...).
+  void update_actions_();
+
  Q_SIGNALS:
   void main_open_image(const QString& file_name);
   void main_open_workspace(const QString& file_name);
@@ -205,6 +242,7 @@ class main_window : public QMainWindow {
 
  protected:
   void closeEvent(QCloseEvent* event) override;
+  void showEvent(QShowEvent* event) override;
 
  private:
   void build_actions();
@@ -214,6 +252,29 @@ class main_window : public QMainWindow {
   void build_feature_actions();
   void build_feature_menus(QMenu* file, QMenu* tools, QMenu* docks);
   void build_feature_docks();
+  // Actions, menus and docks of band maths, classification, dialogs and help.
+  void build_tool_actions();
+  void build_tool_menus(QMenu* image, QMenu* view, QMenu* process, QMenu* tools, QMenu* help,
+                        QMenu* docks);
+  void build_tool_docks();
+  // The picture of a class or endmember view of an image, and the class layer over a picture.
+  QImage class_picture(hs_image& image);
+  QImage with_class_layer(hs_image& image, const QImage& picture);
+  // Puts the viewer's library, on the image's wavelengths, into its pipeline for
+  // classification or endmember recovery; false (reported under `title`) when
+  // it is empty or cannot be resampled.
+  bool use_library_for(hs_image& image, const QString& title);
+  // The band chooser and the classes dock for the current image.
+  void refresh_tool_docks();
+  // The legend of the image's classification or endmembers, with its check states.
+  QVector<legend_entry> legend_of(hs_image& image);
+  // Opening: the full picture of an image made in the background.
+  void start_full_picture(const std::shared_ptr<hs_image>& image);
+  void full_picture_ready_(const std::shared_ptr<hs_image>& image, const full_picture_result& done);
+  // For an image of more than 100 million elements, asks which part to open:
+  // true with the opened part (null when the user declined), false to open the
+  // whole image as usual.
+  bool choose_large_image_part(const QString& file_name, std::shared_ptr<hs_image>& opened);
   int current_row() const;
   // False, reported, while processing runs (a workspace reads every pipeline).
   bool workspace_idle();
@@ -298,6 +359,9 @@ class main_window : public QMainWindow {
 
   QDockWidget* camera_dock_ = nullptr;
   std::unique_ptr<camera_controller> camera_;
+  struct tools;
+  std::unique_ptr<tools> tools_;
+  bool shown_once_ = false;
 };
 
 }  // namespace tavr

@@ -63,6 +63,20 @@ bool parse_bands(const QString& text, corv::band_list& bands) {
   return !bands.empty();
 }
 
+// A pixel's irradiance spectrum: from the cube in memory, or read from the file
+// alone for an image shown from its file (empty when there is none).
+QVector<double> irradiance_at(hs_image& image, const QPoint& pixel) {
+  if (image.shown_from_file()) {
+    try {
+      return to_qvector(image.irradiance_spectrum(pixel.x(), pixel.y()));
+    } catch (const std::exception&) {
+      return QVector<double>();
+    }
+  }
+  const corv::cube* irradiance = component_or_null(image.pipeline(), &corv::pipeline::I);
+  return irradiance ? spectrum_at(*irradiance, pixel) : QVector<double>();
+}
+
 }  // namespace
 
 std::shared_ptr<hs_image> main_window::current_image() const {
@@ -98,13 +112,16 @@ bool main_window::open_files(const QStringList& files, const open_command& comma
   QProgressDialog progress(command.progress_text, "Cancel", 0, files.size(), this);
   progress.setWindowTitle("Tavrel");
   progress.setWindowModality(Qt::WindowModal);
+  progress.setMinimumWidth(400);
   progress.setMinimumDuration(interactive_ ? 0 : 1000000);
-  // The picture is rendered while opening, so that a file that cannot be shown
-  // is reported with the others that failed.
-  open_image_controller opener([](const QString& path, hs_image::open_mode mode) {
-    auto image = std::make_shared<hs_image>(path, mode);
-    colour_renderer(image->rendering()).render_colour(image->pipeline());
-    return image;
+  // Opening reads the header only: the picture follows when the image is shown,
+  // its first version from three bands and the full one in the background.
+  open_image_controller opener([this](const QString& path, hs_image::open_mode mode) {
+    std::shared_ptr<hs_image> image;
+    if (mode == hs_image::open_mode::irradiance && choose_large_image_part(path, image)) {
+      return image;  // a subset, or null when the user declined
+    }
+    return std::make_shared<hs_image>(path, mode);
   });
   const open_image_controller::result opened =
       opener.open(files, command.mode, app_settings_.recent_image_filenames, [&progress](int i) {
@@ -193,6 +210,7 @@ void main_window::image_changed() {
   if (image == nullptr) {
     setWindowTitle("Tavrel");
     rebuild_image_docks();
+    update_actions_();
     return;
   }
   setWindowTitle(window_title_for(image->file_name()));
@@ -213,6 +231,7 @@ void main_window::image_changed() {
     view_->scale_to(scale);
     view_->centerOn(position);
   }
+  update_actions_();
 }
 
 void main_window::close_image_() {
@@ -253,17 +272,40 @@ bool main_window::render_current(const QString& fit_mode) {
     return false;
   }
   QImage picture;
+  double picture_scale = 1.0;
   renderer_.set_options(image->rendering());
   const image_view_state& state = image->view_state();
   try {
+    corv::pipeline& p = image->pipeline();
+    const bool from_file = image->shown_from_file();
     if (state.pc >= 0) {
-      corv::matrix layer =
-          image->pipeline().principal_components().slice(static_cast<arma::uword>(state.pc));
+      corv::matrix layer = p.principal_components().slice(static_cast<arma::uword>(state.pc));
       layer -= layer.min();
       picture = colour_renderer::grey_image(layer);
+    } else if (state.class_scores > 0 || state.component == component_view::class_map ||
+               state.component == component_view::endmember_abundances) {
+      picture = class_picture(*image);
+    } else if (from_file && state.component == component_view::colour) {
+      // Nothing has loaded the cube: the picture streamed from the file, or its
+      // first version from three bands while the full one is made.
+      const auto& streamed = image->streamed();
+      if (streamed && streamed->options == image->rendering()) {
+        picture = streamed->picture;
+      } else {
+        const unsigned step = first_picture_step(p.height(), p.width());
+        picture = first_picture(*p.source(), image->rendering(), step);
+        picture_scale = static_cast<double>(p.width()) / picture.width();
+        start_full_picture(image);
+      }
+    } else if (from_file && state.component == component_view::irradiance && state.band >= 0) {
+      // One band read alone, scaled by the cube's maximum once the stream has found it.
+      const corv::matrix band = p.source()->I({static_cast<unsigned>(state.band)}).slice(0);
+      const auto& streamed = image->streamed();
+      picture = state.normalisation == band_normalisation::by_cube && streamed
+                    ? colour_renderer::grey_image(band, streamed->maximum)
+                    : colour_renderer::grey_image(band);
     } else {
-      picture =
-          renderer_.render(image->pipeline(), state.component, state.band, state.normalisation);
+      picture = renderer_.render(p, state.component, state.band, state.normalisation);
     }
     if (state.abundance_layer) {
       std::vector<int> chosen;
@@ -272,18 +314,19 @@ bool main_window::render_current(const QString& fit_mode) {
           chosen.push_back(i);
         }
       }
-      corv::pipeline& p = image->pipeline();
       const corv::matrix& elements = p.material_elements();
       picture = colour_renderer::overlay_abundances(
           picture, p.material_element_abundances(), p.material_element_abundance_indexes(), chosen,
           corv::spectral_library::palette_colours(0, elements.n_cols));
     }
+    picture = with_class_layer(*image, picture);
   } catch (const std::exception& error) {
     report("Tavrel", "Could not show the image " + QFileInfo(image->file_name()).fileName() +
                          ".<br/><br/>Reason: " + text_of(error));
     return false;
   }
-  view_->show_picture(picture, fit_mode);
+  view_->show_picture(picture, fit_mode, picture_scale);
+  view_->show_vector_files(image->vector_files());
   images_.set_icon(images_.row_of(image),
                    QIcon(QPixmap::fromImage(
                        picture.scaled(64, 64, Qt::KeepAspectRatio, Qt::SmoothTransformation))));
@@ -298,6 +341,12 @@ void main_window::set_view(component_view view) {
     const image_view_state previous = state;
     state.component = view;
     state.pc = -1;
+    state.class_scores = -1;
+    // A single-band view starts at the middle band.
+    if ((view == component_view::irradiance || view == component_view::reflectance) &&
+        state.band < 0) {
+      state.band = static_cast<int>(image->pipeline().bands() / 2);
+    }
     if (!render_current(no_fit)) {
       state = previous;
     }
@@ -329,6 +378,8 @@ void main_window::sync_view_actions() {
       checked = actions_->shading;
       break;
     case component_view::material_map:
+    case component_view::class_map:
+    case component_view::endmember_abundances:
       break;
   }
   if (checked != nullptr) {
@@ -428,9 +479,9 @@ void main_window::is_create_polygon_() {
 
 void main_window::rebuild_image_docks() {
   components_list_->clear();
-  const QSignalBlocker block_materials(materials_);
   materials_->clear();
   pca_list_->clear();
+  refresh_tool_docks();
   const auto image = current_image();
   if (image == nullptr) {
     return;
@@ -440,7 +491,8 @@ void main_window::rebuild_image_docks() {
     auto* item = new QListWidgetItem(text, components_list_);
     item->setData(Qt::UserRole, static_cast<int>(view));
   };
-  if (component_or_null(p, &corv::pipeline::I) != nullptr) {
+  // An image shown from its file has I there: asking the pipeline would read it all.
+  if (image->shown_from_file() || component_or_null(p, &corv::pipeline::I) != nullptr) {
     add_component("Color", component_view::colour);
     add_component("Irradiance (I)", component_view::irradiance);
   }
@@ -455,6 +507,13 @@ void main_window::rebuild_image_docks() {
   }
   if (component_or_null(p, &corv::pipeline::material_map) != nullptr) {
     add_component("Material Map", component_view::material_map);
+  }
+  if (!image->classification().class_map.empty()) {
+    add_component("Class Map", component_view::class_map);
+  }
+  if (p.library() != nullptr &&
+      component_or_null(p, &corv::pipeline::endmember_abundances) != nullptr) {
+    add_component("Endmember Abundances", component_view::endmember_abundances);
   }
   image_view_state& state = image->view_state();
   if (const corv::matrix* elements = component_or_null(p, &corv::pipeline::material_elements)) {
@@ -549,7 +608,8 @@ void main_window::refresh_result_plots() {
 
 void main_window::add_plot_curve_(const QPointF& point) {
   const auto image = current_image();
-  if (image == nullptr) {
+  // A run works on the pipeline alone until it ends.
+  if (image == nullptr || (processing_.running() && processing_.image() == image)) {
     return;
   }
   corv::pipeline& p = image->pipeline();
@@ -561,16 +621,15 @@ void main_window::add_plot_curve_(const QPointF& point) {
   if (wavelengths == nullptr) {
     return;
   }
-  const corv::cube* irradiance = component_or_null(p, &corv::pipeline::I);
   const corv::cube* reflectance = component_or_null(p, &corv::pipeline::s);
   plots_->show_pixel(QString("(%1, %2)").arg(pixel.x()).arg(pixel.y()), to_qvector(*wavelengths),
-                     irradiance ? spectrum_at(*irradiance, pixel) : QVector<double>(),
+                     irradiance_at(*image, pixel),
                      reflectance ? spectrum_at(*reflectance, pixel) : QVector<double>());
 }
 
 void main_window::add_plot_curves_(const QRectF& rect) {
   const auto image = current_image();
-  if (image == nullptr) {
+  if (image == nullptr || (processing_.running() && processing_.image() == image)) {
     return;
   }
   corv::pipeline& p = image->pipeline();
@@ -579,12 +638,11 @@ void main_window::add_plot_curves_(const QRectF& rect) {
     return;
   }
   const QVector<double> wl = to_qvector(*wavelengths);
-  const corv::cube* irradiance = component_or_null(p, &corv::pipeline::I);
   const corv::cube* reflectance = component_or_null(p, &corv::pipeline::s);
   for (const QPoint& pixel : pixels_in(rect, static_cast<int>(p.width()),
                                        static_cast<int>(p.height()), max_rectangle_spectra)) {
     plots_->add_pixel(QString("(%1, %2)").arg(pixel.x()).arg(pixel.y()), wl,
-                      irradiance ? spectrum_at(*irradiance, pixel) : QVector<double>(),
+                      irradiance_at(*image, pixel),
                       reflectance ? spectrum_at(*reflectance, pixel) : QVector<double>());
   }
 }
@@ -602,7 +660,10 @@ void main_window::pixel_inspect_(const QPointF& point) {
   corv::logger& log = corv::logger::instance();
   const bool echo = log.echo();
   log.set_echo(false);
-  pixel_values values = read_pixel_values(p, pixel);
+  const QVector<double> from_file =
+      image->shown_from_file() ? irradiance_at(*image, pixel) : QVector<double>();
+  pixel_values values =
+      read_pixel_values(p, pixel, image->shown_from_file() ? &from_file : nullptr);
   log.set_echo(echo);
   const classification_result& classes = image->classification();
   if (pixel.y() < static_cast<int>(classes.class_map.n_rows) &&
@@ -742,10 +803,7 @@ void main_window::redo_image_() {
 void main_window::reload_image_() {
   change_image_history(
       "Reload Original Image", [](const hs_image&) { return true; },
-      [](hs_image& image) {
-        image.reload();
-        image.setProperty("tavr_filtered", false);
-      });
+      [](hs_image& image) { image.reload(); });
 }
 
 void main_window::remove_image_band_() {

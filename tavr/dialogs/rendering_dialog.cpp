@@ -59,12 +59,17 @@ rendering_dialog::rendering_dialog(QWidget* parent) : QDialog(parent) {
   contrast_ = new QGroupBox(QStringLiteral("Contrast Enhacement"));
   contrast_->setCheckable(true);
   contrast_->setChecked(false);
+  // One row of the cumulative distribution's two cut-offs.
   auto* contrast_form = new QFormLayout(contrast_);
-  contrast_form->addRow(new QLabel(QStringLiteral("CDF Min/Max Cutoff:")));
   min_cutoff_ = cutoff_field();
   max_cutoff_ = cutoff_field();
-  contrast_form->addRow(QStringLiteral("Min Cutoff:"), min_cutoff_);
-  contrast_form->addRow(QStringLiteral("Max Cutoff:"), max_cutoff_);
+  auto* cutoffs = new QHBoxLayout;
+  cutoffs->addWidget(new QLabel(QStringLiteral("Min Cutoff:")));
+  cutoffs->addWidget(min_cutoff_);
+  cutoffs->addSpacing(12);
+  cutoffs->addWidget(new QLabel(QStringLiteral("Max Cutoff:")));
+  cutoffs->addWidget(max_cutoff_);
+  contrast_form->addRow(QStringLiteral("CDF Min/Max Cutoff:"), cutoffs);
 
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel);
   connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);

@@ -104,14 +104,22 @@ corv::cube colour_renderer::render_channels(const corv::cube& source,
     }
   }
 
+  return finish_channels(std::move(channels), keep_mask(source));
+}
+
+arma::umat colour_renderer::keep_mask(const corv::cube& source) const {
   arma::umat keep(source.n_rows, source.n_cols, arma::fill::ones);
+  const auto ignored = static_cast<float>(options_.data_ignore_val);
   if (source.n_slices > 0) {
-    const auto ignored = static_cast<float>(options_.data_ignore_val);
     keep = source.slice(0) != ignored;
-    const arma::uvec dropped = arma::find(keep == 0);
-    for (arma::uword c = 0; c < channels.n_slices; ++c) {
-      channels.slice(c).elem(dropped).zeros();
-    }
+  }
+  return keep;
+}
+
+corv::cube colour_renderer::finish_channels(corv::cube channels, const arma::umat& keep) const {
+  const arma::uvec dropped = arma::find(keep == 0);
+  for (arma::uword c = 0; c < channels.n_slices; ++c) {
+    channels.slice(c).elem(dropped).zeros();
   }
 
   apply_sine_tone_curve(channels);
@@ -183,6 +191,11 @@ QImage colour_renderer::render(corv::pipeline& image, component_view view, int b
       const auto count = static_cast<arma::uword>(std::max(highest, 0.0f)) + 1;
       return material_map_image(map, corv::spectral_library::palette_colours(0, count));
     }
+    case component_view::class_map:
+    case component_view::endmember_abundances:
+      throw std::invalid_argument(
+          "colour_renderer: Class and endmember views need the image's "
+          "classification results.");
   }
   return QImage();
 }
@@ -198,6 +211,16 @@ QImage colour_renderer::band_image(const corv::cube& data, int band,
   const float maximum = normalisation == band_normalisation::by_cube
                             ? finite_maximum(data.memptr(), data.memptr() + data.n_elem)
                             : finite_maximum(values.memptr(), values.memptr() + values.n_elem);
+  return grey_picture(values, maximum);
+}
+
+bool rendering_options::operator==(const rendering_options& other) const {
+  return data_ignore_val == other.data_ignore_val && auto_rgb == other.auto_rgb &&
+         rgb_bands == other.rgb_bands && contrast_enhancement == other.contrast_enhancement &&
+         min_cum_val == other.min_cum_val && max_cum_val == other.max_cum_val;
+}
+
+QImage colour_renderer::grey_image(const corv::matrix& values, float maximum) {
   return grey_picture(values, maximum);
 }
 

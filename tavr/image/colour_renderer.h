@@ -15,12 +15,15 @@ namespace tavr {
 
 // What the image view shows of an image.
 enum class component_view {
-  colour,       // I in colour ("Color")
-  irradiance,   // I: one band in grey, or in colour for band -1
-  reflectance,  // s: one band in grey, or in colour for band -1
-  specularity,  // k in grey
-  shading,      // g in grey
-  material_map  // each pixel's material in its palette colour
+  colour,        // I in colour ("Color")
+  irradiance,    // I: one band in grey, or in colour for band -1
+  reflectance,   // s: one band in grey, or in colour for band -1
+  specularity,   // k in grey
+  shading,       // g in grey
+  material_map,  // each pixel's material in its palette colour
+  // Drawn by the main window from the image object's results, not by the renderer:
+  class_map,            // each pixel's class in its legend colour
+  endmember_abundances  // the checked endmembers' abundances over the colour picture
 };
 
 // How a single band is scaled to grey levels ("Normalize Band").
@@ -37,6 +40,9 @@ struct rendering_options {
   bool contrast_enhancement = false;
   double min_cum_val = 0.01;  // cut-offs of the cumulative distribution (0..1)
   double max_cum_val = 0.99;
+
+  bool operator==(const rendering_options& other) const;
+  bool operator!=(const rendering_options& other) const { return !(*this == other); }
 };
 
 // Turns the components of an image into pictures for the image view.
@@ -60,6 +66,12 @@ class colour_renderer {
   // elements" for an empty cube.
   corv::cube render_channels(const corv::cube& source, const corv::vector& wavelengths,
                              const corv::vector& weighting) const;
+
+  // Rendering steps after the colour: pixels not kept (0 in `keep`) black, the
+  // sine tone curve, and the contrast enhancement when chosen.
+  corv::cube finish_channels(corv::cube channels, const arma::umat& keep) const;
+  // The pixels to keep: those whose first band is not the data-ignore value.
+  arma::umat keep_mask(const corv::cube& source) const;
 
   // The picture of three channels (rows x columns x 3, 0..255): red from
   // channel 2, green from channel 1, blue from channel 0.
@@ -88,6 +100,8 @@ class colour_renderer {
   // or leaves a negative remainder would otherwise set the tone curve's range
   // and wash every material out to the same grey.
   static corv::cube displayed_reflectance(const corv::cube& s);
+  // A layer in grey scaled by a given maximum (255 x value / maximum).
+  static QImage grey_image(const corv::matrix& values, float maximum);
   // Element numbers (0-based) in the colours of `colours` (one red, green, blue
   // row of 0..255 per element); numbers without a colour, and NaN, black.
   static QImage material_map_image(const corv::matrix& map, const corv::matrix& colours);

@@ -135,8 +135,10 @@ QList<std::function<void()>> hs_image::queued_operations() {
     const int method = chosen.filter_method;
     const int size = chosen.filter_size;
     const bool reflectance = prepare_reflectance_;
-    operations.append(
-        [this, method, size, reflectance] { pipeline_->filter(method, size, reflectance); });
+    operations.append([this, method, size, reflectance] {
+      pipeline_->filter(method, size, reflectance);
+      filtered_ = true;
+    });
   }
   if (chosen.recover_illuminant) {
     operations.append([this] { pipeline_->process_recover_illuminant(true); });
@@ -238,6 +240,7 @@ void hs_image::run_classification() {
     }
     result.class_map = classes_of(dominant, reference_classes);
   }
+  result.reference_classes = reference_classes;
   classification_ = std::move(result);
 }
 
@@ -273,6 +276,14 @@ void hs_image::apply_record(const operation_record& record, bool reflectance) {
       bands.push_back(static_cast<unsigned>(band));
     }
     pipeline_->remove_bands(bands, reflectance);
+  } else if (record.name == QLatin1String("align_bands")) {
+    const qint32 reference = record.bands.value(0);
+    if (reference < 0) {
+      throw std::runtime_error("align_bands: Reference band " + std::to_string(reference) +
+                               " does not exist; the image has " +
+                               std::to_string(pipeline_->bands()) + " bands.");
+    }
+    pipeline_->align_bands(static_cast<unsigned>(reference), reflectance);
   }
 }
 
@@ -317,6 +328,15 @@ void hs_image::remove_bands(const QVector<qint32>& bands) {
   redo_.clear();
 }
 
+void hs_image::align_bands(int reference) {
+  operation_record record;
+  record.name = QStringLiteral("align_bands");
+  record.bands = {reference};
+  apply_record(record, prepare_reflectance_);
+  history_.append(record);
+  redo_.clear();
+}
+
 void hs_image::restore_original() {
   corv::pipeline fresh(original_);
   corv::parameters kept = pipeline_->parameters();
@@ -327,6 +347,7 @@ void hs_image::restore_original() {
     fresh.set_s(fresh.I(), fresh.wavelengths());
   }
   *pipeline_ = fresh;
+  filtered_ = false;
   classification_ = classification_result();
 }
 
@@ -368,6 +389,19 @@ void hs_image::reload() {
   labels_.transform(forward.inverted());
   history_.clear();
   redo_.clear();
+}
+
+bool hs_image::shown_from_file() const {
+  const auto& source = pipeline_->source();
+  return mode_ == open_mode::irradiance && !pipeline_->holds_I() && source != nullptr &&
+         (source->input_kind() == corv::kind_hdr || source->input_kind() == corv::kind_tif);
+}
+
+corv::vector hs_image::irradiance_spectrum(int x, int y) {
+  if (pipeline_->holds_I() || pipeline_->source() == nullptr) {
+    return pipeline_->I().tube(static_cast<arma::uword>(y), static_cast<arma::uword>(x));
+  }
+  return pipeline_->source()->I(y, x, y, x).tube(0, 0);
 }
 
 QString hs_image::settings_summary() const {

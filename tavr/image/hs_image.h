@@ -1,6 +1,7 @@
 #ifndef TAVR_IMAGE_HS_IMAGE_H
 #define TAVR_IMAGE_HS_IMAGE_H
 
+#include <QImage>
 #include <QList>
 #include <QObject>
 #include <QPointF>
@@ -11,8 +12,10 @@
 #include <QVector>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "corv/io/types.h"
+#include "corv/io/vector_file.h"
 #include "corv/pipeline/pipeline.h"
 #include "tavr/image/colour_renderer.h"
 #include "tavr/labels/label_model.h"
@@ -21,11 +24,11 @@ namespace tavr {
 
 // One step of the user's image preparation, kept so that it can be undone and redone.
 struct operation_record {
-  QString name;                  // "crop", "resize" or "remove_band"
+  QString name;                  // "crop", "resize", "remove_band" or "align_bands"
   QRectF rectangle;              // crop: x, y, width, height in picture coordinates
   double width_percent = 100.0;  // resize
   double height_percent = 100.0;
-  QVector<qint32> bands;  // remove_band: the band indexes
+  QVector<qint32> bands;  // remove_band: the band indexes; align_bands: the reference band
 };
 
 // What one processing run does, in the order it does it, and the arguments.
@@ -63,6 +66,8 @@ struct classification_result {
   // rows x columns x k, with the 1-based library endmember numbers in `indexes`.
   corv::cube values;
   corv::cube indexes;
+  // The class number (1-based) of each library endmember, in library order.
+  corv::vector reference_classes;
 };
 
 // How an image was last shown, so that it comes back as it was when it becomes
@@ -80,6 +85,18 @@ struct image_view_state {
   QStringList material_labels;
   QVector<bool> class_states;
   QStringList class_labels;
+  // Class scores shown instead of the component: 1-based class number; -1 for none.
+  int class_scores = -1;
+  // "Show Class Transparency Layer": the checked classes over the picture.
+  bool class_layer = false;
+};
+
+// The colour picture of an image made from its file in the background, band
+// block by band block, for an image whose cube is not in memory.
+struct streamed_colour {
+  QImage picture;
+  rendering_options options;  // the rendering choices it was made with
+  float maximum = 0.0f;       // the cube's largest value, found on the way
 };
 
 // The viewer's object for one open image: its pipeline, the file it came from,
@@ -149,6 +166,10 @@ class hs_image : public QObject {
   // Runs process on the global thread pool.
   void start_process();
 
+  // Whether the image has been filtered: set when a run's filter has completed,
+  // cleared whenever the image is rebuilt from its file (undo, reload).
+  bool filtered() const { return filtered_; }
+
   // Image preparation with history. Each applies the pipeline operation (whose
   // exceptions propagate, leaving the history unchanged), then appends its
   // record and empties the redo list.
@@ -156,6 +177,8 @@ class hs_image : public QObject {
   // Only shrinks: nothing happens when both percentages are 100 or more.
   void resize(double width_percent, double height_percent);
   void remove_bands(const QVector<qint32>& bands);
+  // Lines every band up with the reference band (phase correlation).
+  void align_bands(int reference);
 
   bool can_undo() const { return !history_.isEmpty(); }
   bool can_redo() const { return !redo_.isEmpty(); }
@@ -176,6 +199,24 @@ class hs_image : public QObject {
 
   // The result of the last classification step (empty until one has run).
   const classification_result& classification() const { return classification_; }
+
+  // The irradiance spectrum of a pixel (column x, row y). An image whose cube is
+  // not in memory (a large image) reads just that pixel from its file, so that
+  // looking at spectra never loads the whole cube. Throws std::runtime_error
+  // with the reader's text.
+  corv::vector irradiance_spectrum(int x, int y);
+
+  // Whether the image is shown from its file rather than from memory: an ENVI
+  // or TIFF image (not a reflectance one) whose cube nothing has loaded yet.
+  bool shown_from_file() const;
+  // The colour picture streamed from the file, when one has been made.
+  const std::optional<streamed_colour>& streamed() const { return streamed_; }
+  void set_streamed(const streamed_colour& value) { streamed_ = value; }
+  void clear_streamed() { streamed_.reset(); }
+
+  // The vector files opened over this image (Spatial > Vector Files), in the
+  // order opened.
+  std::vector<corv::vector_features>& vector_files() { return vector_files_; }
 
   // "Pipeline settings:" and one line per processing choice, for the image
   // information dialog.
@@ -206,9 +247,12 @@ class hs_image : public QObject {
   image_view_state view_state_;
   label_model labels_;
   bool prepare_reflectance_ = false;
+  bool filtered_ = false;
   QList<operation_record> history_;
   QList<operation_record> redo_;
   classification_result classification_;
+  std::vector<corv::vector_features> vector_files_;
+  std::optional<streamed_colour> streamed_;
 };
 
 }  // namespace tavr

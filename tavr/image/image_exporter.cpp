@@ -13,6 +13,7 @@
 #include "corv/io/hdr_output.h"
 #include "corv/io/hsz_output.h"
 #include "corv/io/library_csv.h"
+#include "corv/io/mat_file.h"
 #include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
 #include "tavr/processing/processing_settings.h"
@@ -30,6 +31,44 @@ bool parse(const QString& field, double& value) {
   bool ok = false;
   value = field.trimmed().remove('"').toDouble(&ok);
   return ok;
+}
+
+// The spectrum on the image's wavelengths: the values as they are when there is
+// one per band (x empty), else interpolated linearly between the (x, y) pairs.
+corv::vector illumination_on(const corv::vector& wavelengths, const std::vector<double>& x,
+                             const std::vector<double>& y, const char* routine,
+                             const QString& file_name) {
+  const arma::uword bands = wavelengths.n_elem;
+  corv::vector out(bands);
+  if (x.empty()) {
+    if (y.size() != bands) {
+      fail(QString("%1: %2 values for %3 bands in %4.")
+               .arg(routine)
+               .arg(y.size())
+               .arg(bands)
+               .arg(file_name));
+    }
+    for (arma::uword b = 0; b < bands; ++b) {
+      out(b) = static_cast<float>(y[b]);
+    }
+    return out;
+  }
+  if (x.size() != y.size()) {
+    fail(QString(routine) + ": Rows of one and two values are mixed in " + file_name);
+  }
+  for (arma::uword b = 0; b < bands; ++b) {
+    const double w = wavelengths(b);
+    std::size_t i = 1;
+    while (i < x.size() && x[i] < w) {
+      ++i;
+    }
+    if (x.size() < 2 || w < x.front() || w > x.back()) {
+      fail(QString("%1: Wavelength %2 is outside the file's range.").arg(routine).arg(w));
+    }
+    const double t = (w - x[i - 1]) / (x[i] - x[i - 1]);
+    out(b) = static_cast<float>(y[i - 1] + t * (y[i] - y[i - 1]));
+  }
+  return out;
 }
 
 }  // namespace
@@ -129,36 +168,42 @@ corv::vector read_illumination_csv(const QString& file_name, const corv::vector&
       y.push_back(first);
     }
   }
+  return illumination_on(wavelengths, x, y, "read_illumination_csv", file_name);
+}
+
+corv::vector read_illumination(const QString& file_name, const corv::vector& wavelengths) {
+  if (QFileInfo(file_name).suffix().toLower() != QLatin1String("mat")) {
+    return read_illumination_csv(file_name, wavelengths);
+  }
+  const std::vector<corv::mat_variable> variables = corv::read_mat_file(file_name.toStdString());
   const arma::uword bands = wavelengths.n_elem;
-  corv::vector out(bands);
-  if (x.empty()) {
-    if (y.size() != bands) {
-      fail(QString("read_illumination_csv: %1 values for %2 bands in %3.")
-               .arg(y.size())
-               .arg(bands)
-               .arg(file_name));
+  for (const corv::mat_variable& v : variables) {
+    if ((v.rows == 1 || v.cols == 1) && v.values.size() == bands) {
+      return illumination_on(wavelengths, {}, v.values, "read_illumination", file_name);
     }
-    for (arma::uword b = 0; b < bands; ++b) {
-      out(b) = static_cast<float>(y[b]);
-    }
-    return out;
   }
-  if (x.size() != y.size()) {
-    fail("read_illumination_csv: Rows of one and two values are mixed in " + file_name);
-  }
-  for (arma::uword b = 0; b < bands; ++b) {
-    const double w = wavelengths(b);
-    std::size_t i = 1;
-    while (i < x.size() && x[i] < w) {
-      ++i;
+  // Wavelengths and values side by side (or one above the other).
+  for (const corv::mat_variable& v : variables) {
+    if (v.cols == 2 && v.rows >= 2) {
+      return illumination_on(wavelengths,
+                             std::vector<double>(v.values.begin(), v.values.begin() + v.rows),
+                             std::vector<double>(v.values.begin() + v.rows, v.values.end()),
+                             "read_illumination", file_name);
     }
-    if (x.size() < 2 || w < x.front() || w > x.back()) {
-      fail(QString("read_illumination_csv: Wavelength %1 is outside the file's range.").arg(w));
+    if (v.rows == 2 && v.cols >= 2) {
+      std::vector<double> x;
+      std::vector<double> y;
+      for (arma::uword c = 0; c < v.cols; ++c) {
+        x.push_back(v.values[2 * c]);
+        y.push_back(v.values[2 * c + 1]);
+      }
+      return illumination_on(wavelengths, x, y, "read_illumination", file_name);
     }
-    const double t = (w - x[i - 1]) / (x[i] - x[i - 1]);
-    out(b) = static_cast<float>(y[i - 1] + t * (y[i] - y[i - 1]));
   }
-  return out;
+  fail(QString("read_illumination: No illumination spectrum in %1: it needs %2 values, or "
+               "wavelengths and values in two columns.")
+           .arg(file_name)
+           .arg(bands));
 }
 
 }  // namespace tavr

@@ -35,6 +35,14 @@ void export_material_library(corv::pipeline& image, const QString& file_name);
 // (never extrapolated). A header line is skipped.
 corv::vector read_illumination_csv(const QString& file_name, const corv::vector& wavelengths);
 
+// An illumination spectrum from a CSV file (as read_illumination_csv) or a
+// MATLAB file (".mat"): its first vector of one value per band, else its first
+// array of two columns (or two rows) of wavelengths and values, interpolated.
+// Throws std::runtime_error with the reader's text or "read_illumination: No
+// illumination spectrum in <file>: it needs <bands> values, or wavelengths and
+// values in two columns.".
+corv::vector read_illumination(const QString& file_name, const corv::vector& wavelengths);
+
 }  // namespace tavr
 
 #endif

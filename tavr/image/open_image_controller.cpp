@@ -69,8 +69,13 @@ open_image_controller::result open_image_controller::open(const QStringList& fil
       continue;
     }
     try {
-      opened.images.append(make_(path, mode));
-      recent = with_recent_file(recent, path);
+      std::shared_ptr<hs_image> image = make_(path, mode);
+      if (image == nullptr) {
+        continue;  // the user chose not to open it after all
+      }
+      opened.images.append(image);
+      // The recent list keeps whole paths, whatever folder a later session starts in.
+      recent = with_recent_file(recent, QFileInfo(path).absoluteFilePath());
     } catch (const std::exception& error) {
       opened.errors.append(failure_message(path, QString::fromStdString(error.what())));
     } catch (...) {

@@ -52,7 +52,8 @@ class open_image_controller {
   static QString missing_file_message(const QString& path);
   static QString failure_message(const QString& path, const QString& reason);
 
-  // The default factory builds an hs_image over the file.
+  // The default factory builds an hs_image over the file. A factory that gives
+  // back null skips the file without an error (the user declined it).
   explicit open_image_controller(factory make = {});
 
   // Opens the files in order; each opened path goes to the head of `recent`.

@@ -83,11 +83,14 @@ QVector<double> spectrum_at(const corv::cube& data, const QPoint& pixel) {
   return out;
 }
 
-pixel_values read_pixel_values(corv::pipeline& source, const QPoint& pixel) {
+pixel_values read_pixel_values(corv::pipeline& source, const QPoint& pixel,
+                               const QVector<double>* irradiance) {
   pixel_values values;
   values.location = pixel;
   values.wavelengths = to_qvector(optional_component(source, &corv::pipeline::wavelengths));
-  values.irradiance = spectrum_at(optional_component(source, &corv::pipeline::I), pixel);
+  values.irradiance = irradiance != nullptr
+                          ? *irradiance
+                          : spectrum_at(optional_component(source, &corv::pipeline::I), pixel);
   values.reflectance = spectrum_at(optional_component(source, &corv::pipeline::s), pixel);
   const corv::matrix& k = optional_component(source, &corv::pipeline::k);
   if (inside(k, pixel)) {

@@ -46,7 +46,10 @@ QVector<double> spectrum_at(const corv::cube& data, const QPoint& pixel);
 
 // Reads every component the pipeline has at a pixel; components that are absent
 // (or cannot be read) are left empty.
-pixel_values read_pixel_values(corv::pipeline& source, const QPoint& pixel);
+// With `irradiance` given, that spectrum stands for the pixel's irradiance and
+// the image's cube is not read (an image shown from its file).
+pixel_values read_pixel_values(corv::pipeline& source, const QPoint& pixel,
+                               const QVector<double>* irradiance = nullptr);
 
 // A numeric list as shown in the inspector and copied to the clipboard.
 QString join_values(const QVector<double>& values);

@@ -3,15 +3,9 @@
 #include <QThreadPool>
 
 #include "corv/io/logger.h"
+#include "corv/io/spectral_library.h"
 
 namespace tavr {
-
-namespace {
-
-// Set on an image once its first recovery has filtered it.
-const char* const filtered_property = "tavr_filtered";
-
-}  // namespace
 
 processing_selection selection_for(processing_command command, const processing_settings& values,
                                    bool has_illuminant, bool has_reflectance, bool filtered) {
@@ -35,6 +29,13 @@ processing_selection selection_for(processing_command command, const processing_
       s.recover_illuminant = !has_reflectance && !has_illuminant;
       s.recover_reflectance = !has_reflectance;
       s.recover_materials = true;
+      break;
+    case processing_command::classification:
+    case processing_command::endmembers:
+      s.recover_illuminant = !has_reflectance && !has_illuminant;
+      s.recover_reflectance = !has_reflectance;
+      s.classify = command == processing_command::classification;
+      s.recover_endmembers = command == processing_command::endmembers;
       break;
     case processing_command::analysis:
       s.recover_illuminant = values.pca_on_reflectance && !has_reflectance && !has_illuminant;
@@ -67,7 +68,7 @@ bool processing_controller::start(const std::shared_ptr<hs_image>& image,
     return false;
   }
   values.apply_to(*image);
-  const bool filtered = image->property(filtered_property).toBool();
+  const bool filtered = image->filtered();
   // The components already present: computed ones in the pipeline, or the input's.
   // (The probe is not echoed: a missing component is no news here.)
   auto present = [&image](auto getter) {
@@ -85,10 +86,10 @@ bool processing_controller::start(const std::shared_ptr<hs_image>& image,
   };
   const bool has_illuminant = present(&corv::pipeline::illuminant);
   const bool has_reflectance = present(&corv::pipeline::s);
-  image->set_selection(selection_for(command, values, has_illuminant, has_reflectance, filtered));
-  if (image->selection().filter_image) {
-    image->setProperty(filtered_property, true);
-  }
+  processing_selection selection =
+      selection_for(command, values, has_illuminant, has_reflectance, filtered);
+  selection.classification_method = classification_method_;
+  image->set_selection(selection);
   return start(image);
 }
 
@@ -108,6 +109,14 @@ bool processing_controller::start(const std::shared_ptr<hs_image>& image) {
   Q_EMIT started("Running Corvantis");
   image->start_process();
   return true;
+}
+
+QString processing_controller::library_problem(const corv::spectral_library* library) {
+  if (library == nullptr || library->empty()) {
+    return "No endmember labels selected. Please select endmember labels using the Spectral "
+           "Library Manager.";
+  }
+  return QString();
 }
 
 QString processing_controller::user_message(const QString& pipeline_message, bool cancelled) {

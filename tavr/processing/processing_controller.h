@@ -11,10 +11,22 @@
 #include "tavr/processing/processing_settings.h"
 #include "tavr/processing/stage_progress.h"
 
+namespace corv {
+class spectral_library;
+}
+
 namespace tavr {
 
-// The processing commands of the "Process" menu.
-enum class processing_command { illuminant, reflectance, materials, analysis };
+// The processing commands of the "Process" menu (classification and endmember
+// recovery work on the reflectance against the image's spectral library).
+enum class processing_command {
+  illuminant,
+  reflectance,
+  materials,
+  analysis,
+  classification,
+  endmembers
+};
 
 // What a command runs on an image: the stages it asks for and those that must
 // run first because their results are missing. The filter runs with the first
@@ -47,6 +59,15 @@ class processing_controller : public QObject {
   // Starts a run with the image's selection as it stands.
   bool start(const std::shared_ptr<hs_image>& image);
 
+  // The classifier that the classification command runs (a classification_code).
+  int classification_method() const { return classification_method_; }
+  void set_classification_method(int code) { classification_method_ = code; }
+
+  // Why classification or endmember recovery cannot run against a library (empty
+  // when it can): "No endmember labels selected. Please select endmember labels
+  // using the Spectral Library Manager." for a missing or empty library.
+  static QString library_problem(const corv::spectral_library* library);
+
   // The message shown to the user for a failed run's text (empty: none).
   static QString user_message(const QString& pipeline_message, bool cancelled);
 
@@ -71,6 +92,7 @@ class processing_controller : public QObject {
   QMetaObject::Connection complete_connection_;
   QMetaObject::Connection timer_connection_;
   bool cancelling_ = false;
+  int classification_method_ = classify_sam;
 };
 
 }  // namespace tavr

@@ -13,10 +13,10 @@
 #include <QMouseEvent>
 #include <QPainterPath>
 #include <QPen>
-#include <QProgressDialog>
 #include <QWheelEvent>
 
 #include "tavr/labels/label_model.h"
+#include "tavr/view/vector_overlay.h"
 
 namespace tavr {
 
@@ -52,7 +52,8 @@ image_view::image_view(QWidget* parent) : QGraphicsView(parent) {
   setAlignment(Qt::AlignCenter);
 }
 
-void image_view::show_picture(const QImage& picture, const QString& fit_mode) {
+void image_view::show_picture(const QImage& picture, const QString& fit_mode,
+                              double picture_scale) {
   const QPixmap pixmap = QPixmap::fromImage(picture);
   if (picture_ == nullptr) {
     picture_ = scene_.addPixmap(pixmap);
@@ -61,7 +62,10 @@ void image_view::show_picture(const QImage& picture, const QString& fit_mode) {
   } else {
     picture_->setPixmap(pixmap);
   }
-  scene_.setSceneRect(0, 0, picture.width(), picture.height());
+  // A picture of fewer pixels than the image (a first picture) is drawn larger,
+  // so that scene coordinates stay image pixels.
+  picture_->setScale(picture_scale);
+  scene_.setSceneRect(picture_rect());
   if (fit_mode == fit_image_to_window) {
     fit_to_window();
   } else if (fit_mode == actual_size_mode) {
@@ -71,7 +75,21 @@ void image_view::show_picture(const QImage& picture, const QString& fit_mode) {
   }
 }
 
+void image_view::show_vector_files(const std::vector<corv::vector_features>& files) {
+  for (QGraphicsItem* item : vector_overlays_) {
+    scene_.removeItem(item);
+    delete item;
+  }
+  vector_overlays_.clear();
+  for (const corv::vector_features& file : files) {
+    auto* overlay = new vector_overlay(file);
+    scene_.addItem(overlay);
+    vector_overlays_.append(overlay);
+  }
+}
+
 void image_view::clear_picture() {
+  vector_overlays_.clear();  // the scene deletes them below
   remove_selection();
   builder_.clear();
   scene_.clear();
@@ -90,7 +108,7 @@ bool image_view::has_picture() const {
 }
 
 QRectF image_view::picture_rect() const {
-  return picture_ == nullptr ? QRectF() : picture_->boundingRect();
+  return picture_ == nullptr ? QRectF() : picture_->sceneBoundingRect();
 }
 
 QImage image_view::picture() const {
@@ -223,33 +241,28 @@ QRectF image_view::selection() const {
 }
 
 void image_view::open_dropped(const QList<QUrl>& urls) {
+  // In the order dropped: each run of images opens together (one progress
+  // dialog), a workspace between them in its place.
   QStringList images;
+  auto open_images = [this, &images] {
+    if (!images.isEmpty()) {
+      Q_EMIT main_open_images(images);
+      images.clear();
+    }
+  };
   for (const QUrl& url : urls) {
     const QString path = url.toLocalFile();
     if (path.isEmpty()) {
       continue;
     }
     if (is_workspace_file(path)) {
+      open_images();
       Q_EMIT main_open_workspace(path);
     } else {
       images.append(path);
     }
   }
-  if (images.isEmpty()) {
-    return;
-  }
-  QProgressDialog progress("Opening Images", "Cancel", 0, images.size(), this);
-  progress.setWindowModality(Qt::WindowModal);
-  progress.setMinimumWidth(400);
-  progress.setMinimumDuration(0);
-  for (int i = 0; i < images.size(); ++i) {
-    progress.setValue(i);
-    if (progress.wasCanceled()) {
-      break;
-    }
-    Q_EMIT main_open_image(images[i]);
-  }
-  progress.setValue(images.size());
+  open_images();
 }
 
 QString image_view::hover_text_at(const QPointF& scene_point) const {
@@ -347,6 +360,10 @@ void image_view::mouseReleaseEvent(QMouseEvent* event) {
     selection_->setRect(rect);
     if (rect.width() > 0 && rect.height() > 0) {
       Q_EMIT selection_rect_set(rect);
+    }
+    // The pixel under the release is plotted as well.
+    if (picture_rect().contains(point)) {
+      Q_EMIT image_clicked(point);
     }
     return;
   }

@@ -10,7 +10,9 @@
 #include <QString>
 #include <QUrl>
 #include <functional>
+#include <vector>
 
+#include "corv/io/vector_file.h"
 #include "tavr/view/view_geometry.h"
 
 class QGraphicsLineItem;
@@ -40,8 +42,13 @@ class image_view : public QGraphicsView {
 
   // Shows a picture with a fit mode ("fit_image_to_window", "actual_size",
   // "zoom", or "no_fit" to keep the current transform).
-  void show_picture(const QImage& picture, const QString& fit_mode);
+  // `picture_scale`: image pixels per picture pixel (a picture sampled from every
+  // n-th pixel is shown n times larger).
+  void show_picture(const QImage& picture, const QString& fit_mode, double picture_scale = 1.0);
   void clear_picture();
+  // Draws the points and polygons of vector files over the picture (replacing
+  // those drawn before).
+  void show_vector_files(const std::vector<corv::vector_features>& files);
   bool has_picture() const;
   QRectF picture_rect() const;
   QImage picture() const;
@@ -97,6 +104,8 @@ class image_view : public QGraphicsView {
   void deselect_polygon_label_in_list();
   void main_open_image(const QString& file_name);
   void main_open_workspace(const QString& file_name);
+  // Images dropped together, in the order dropped.
+  void main_open_images(const QStringList& file_names);
   void hover_text(const QString& text);
 
  protected:
@@ -117,6 +126,7 @@ class image_view : public QGraphicsView {
   void remove_new_polygon();
 
   QGraphicsScene scene_;
+  QList<QGraphicsItem*> vector_overlays_;
   QGraphicsPixmapItem* picture_ = nullptr;
   QGraphicsRectItem* selection_ = nullptr;
   circle_item* marker_ = nullptr;

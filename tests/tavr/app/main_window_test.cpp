@@ -12,8 +12,11 @@
 
 #include "corv/io/logger.h"
 #include "tavr/app/main_window.h"
+#include "tavr/dialogs/band_maths.h"
+#include "tavr/library/library_model.h"
 #include "tavr/plots/pixel_dialog.h"
 #include "tavr/plots/plot.h"
+#include "tavr/processing/band_maths_controller.h"
 #include "tavr/view/image_view.h"
 
 namespace {
@@ -67,18 +70,43 @@ class main_window_test : public QObject {
                                                       {"Show All Polygon Labels", "Shift+L"},
                                                       {"Show All Material Clusters", "Shift+M"},
                                                       {"Stop Camera", "Shift+C"},
-                                                      {"Snapshot", "Ctrl+I"}};
+                                                      {"Snapshot", "Ctrl+I"},
+                                                      {"Resize...", "Alt+R"},
+                                                      {"Align Bands", "Alt+A"},
+                                                      {"Tavrel Help (Offline)", "F1"},
+                                                      {"Tavrel Help (Online)", "Alt+F1"}};
     for (const auto& [text, keys] : shortcuts) {
       QAction* action = action_named(window, text);
       QVERIFY2(action != nullptr, qPrintable(text));
       QCOMPARE(action->shortcut(), QKeySequence(keys));
     }
-    for (const QString text :
-         {"Open Reflectance Image...", "Save Current Image View...", "Save as HSZ...",
-          "Material Reflectances...", "Illumination Spectrum...", "Import Illumination Spectrum...",
-          "Remove Bands", "Show Material Abundance Layer", "Fit to Window", "Actual Size",
-          "Recover Illuminant", "Recover Reflectance", "Run Material Discovery", "Run Analysis",
-          "Pixel Inspector...", "About", "Image Rendering...", "Live Camera", "Record Video"}) {
+    for (const QString text : {"Open Reflectance Image...",
+                               "Save Current Image View...",
+                               "Save as HSZ...",
+                               "Material Reflectances...",
+                               "Illumination Spectrum...",
+                               "Import Illumination Spectrum...",
+                               "Remove Bands",
+                               "Show Material Abundance Layer",
+                               "Fit to Window",
+                               "Actual Size",
+                               "Recover Illuminant",
+                               "Recover Reflectance",
+                               "Run Material Discovery",
+                               "Run Analysis",
+                               "Pixel Inspector...",
+                               "About",
+                               "Image Rendering...",
+                               "Run Classification",
+                               "Show Class Transparency Layer",
+                               "Band Maths...",
+                               "Logs...",
+                               "Open Vector File",
+                               "Export Vector Statistics...",
+                               "Delete Vector File",
+                               "Tutorial",
+                               "Provide Feedback (Online)",
+                               "Check For Updates", "Live Camera", "Record Video"}) {
       QVERIFY2(action_named(window, text) != nullptr, qPrintable(text));
     }
     QCOMPARE(action_named(window, "Open Image...")->toolTip(), QString("Open Image"));
@@ -90,7 +118,14 @@ class main_window_test : public QObject {
     for (QAction* action : window.menuBar()->actions()) {
       menus.append(action->text());
     }
-    QCOMPARE(menus, (QStringList{"File", "Image", "View", "Process", "Tools", "Camera", "Help"}));
+    QCOMPARE(menus, (QStringList{"File", "Image", "View", "Process", "Tools", "Camera", "Spatial", "Help"}));
+    QCOMPARE(action_named(window, "Align Bands")->toolTip(),
+             QString("Align the bands in the source image"));
+    // Without an image, what needs one is disabled.
+    QVERIFY(!action_named(window, "Resize...")->isEnabled());
+    QVERIFY(!action_named(window, "Run Classification")->isEnabled());
+    QVERIFY(!action_named(window, "Undo")->isEnabled());
+    QVERIFY(action_named(window, "Open Image...")->isEnabled());
 
     auto* plots = window.findChild<QDockWidget*>("Plots_Dock");
     QVERIFY(plots != nullptr);
@@ -217,6 +252,67 @@ class main_window_test : public QObject {
     QVERIFY(finished.wait(60000));
     QCOMPARE(finished.back().at(1).toString(), QString());
     QVERIFY(!window.cancel_dialog().isVisible());
+  }
+
+  void tools_band_maths_classes_and_actions() {
+    QTemporaryDir dir;
+    QSettings settings(dir.filePath("tavrel.ini"), QSettings::IniFormat);
+    tavr::main_window window(&settings);
+    window.set_interactive(false);
+    window.resize(1200, 800);
+    // Opened while the window is hidden, the image is fitted again once it shows.
+    QVERIFY(window.open_image(sample));
+    window.show();
+    QTRY_COMPARE(window.view().current_scale(), 1.0);
+    // The full picture follows the first one, from the file; the cube stays there.
+    const auto image = window.current_image();
+    QTRY_VERIFY(image->streamed().has_value());
+    QVERIFY(!image->pipeline().holds_I());
+    QVERIFY(action_named(window, "Resize...")->isEnabled());
+    QVERIFY(!action_named(window, "Undo")->isEnabled());
+    QSignalSpy messages(&window, &tavr::main_window::message_reported);
+
+    // Band maths through the window's slots: the result, then a failure, then a layer.
+    window.show_band_maths_();
+    window.band_maths_dialog().set_formula("I1[20] - I1[3]");
+    window.run_band_maths_();
+    QCOMPARE(window.band_maths_runner().formula(), QString("I1[20] - I1[3]"));
+    window.band_maths_dialog().set_formula("I1[20] -");
+    window.run_band_maths_();
+    QCOMPARE(messages.back().at(1).toString(), QString("band_maths: Not enough operands!"));
+    window.add_band_maths_layer_();
+    QCOMPARE(window.images().size(), 2);
+    QCOMPARE(window.images().back()->file_name(), QString("Band Maths Result 1"));
+    window.close_image_();
+
+    // Classification asks for library labels first, then shows classes and their layer.
+    window.process_classification_();
+    QCOMPARE(messages.back().at(0).toString(), QString("Tavrel Classification"));
+    QCOMPARE(messages.back().at(1).toString(),
+             QString("No endmember labels selected. Please select endmember labels using the "
+                     "Spectral Library Manager."));
+    const corv::vector wavelengths = image->pipeline().wavelengths();
+    const corv::cube& I = image->pipeline().I();
+    window.library().add({"ball", corv::vector(I.tube(60, 80)), wavelengths, QColor(), "test"});
+    window.library().add({"floor", corv::vector(I.tube(190, 20)), wavelengths, QColor(), "test"});
+    QSignalSpy finished(&window.processing(), &tavr::processing_controller::finished);
+    window.process_classification_();
+    QVERIFY(!action_named(window, "Run Classification")->isEnabled());  // while it runs
+    QVERIFY(finished.wait(120000));
+    QCOMPARE(finished.front().at(1).toString(), QString());
+    QTRY_VERIFY(action_named(window, "Show Class Transparency Layer")->isEnabled());
+    QCOMPARE(image->classification().class_labels, QStringList({"ball", "floor"}));
+    auto* components =
+        window.findChild<QDockWidget*>("Image_Components_Dock")->findChild<QListWidget*>();
+    QVERIFY(!components->findItems("Class Map", Qt::MatchExactly).isEmpty());
+    action_named(window, "Show Class Transparency Layer")->trigger();
+    QVERIFY(image->view_state().class_layer);
+    QVERIFY(window.view().has_picture());
+
+    // Image preparation from its dialogs' values: the history records it.
+    window.align_bands_();
+    QCOMPARE(image->history().back().name, QString("align_bands"));
+    QVERIFY(action_named(window, "Undo")->isEnabled());
   }
 };
 

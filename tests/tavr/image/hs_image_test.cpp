@@ -84,6 +84,12 @@ void hs_image_test::opens_images_by_suffix() {
   QCOMPARE(envi.pipeline().source()->input_kind(), int{corv::kind_hdr});
   QCOMPARE(envi.verbosity(), 0);
   QVERIFY(envi.history().isEmpty());
+  // A pixel's spectrum read from the file alone, then from the cube in memory.
+  const corv::vector from_file = envi.irradiance_spectrum(17, 33);
+  QVERIFY(!envi.pipeline().holds_I());
+  const corv::vector from_cube = envi.pipeline().I().tube(33, 17);
+  QVERIFY(arma::approx_equal(from_file, from_cube, "absdiff", 0.0f));
+  QVERIFY(arma::approx_equal(envi.irradiance_spectrum(17, 33), from_cube, "absdiff", 0.0f));
 
   // An HSZ file, named with an upper-case suffix, is still read as HSZ.
   QTemporaryDir folder;
@@ -131,7 +137,9 @@ void hs_image_test::process_runs_the_selected_operations_and_always_reports() {
   selection.principal_components = 3;
   image.set_selection(selection);
   image.set_verbosity(0);
+  QVERIFY(!image.filtered());
   QCOMPARE(run(image), QString());
+  QVERIFY(image.filtered());
   QCOMPARE(image.pipeline().parameters().verbosity, 0);
   QCOMPARE(image.pipeline().parameters().principal_components, 3);
   QVERIFY(!image.pipeline().principal_components().empty());
@@ -139,6 +147,7 @@ void hs_image_test::process_runs_the_selected_operations_and_always_reports() {
 
   // Any other cube type performs no analysis and reports success.
   image.reload();
+  QVERIFY(!image.filtered());  // the image is rebuilt from its file
   selection.filter_image = false;
   selection.analysis_cube_type = QStringLiteral("Specularity");
   image.set_selection(selection);
@@ -152,6 +161,7 @@ void hs_image_test::process_runs_the_selected_operations_and_always_reports() {
   image.set_selection(selection);
   QCOMPARE(run(image), QStringLiteral("pipeline filter: Error - invalid parameters."));
   QVERIFY(image.pipeline().principal_components().empty());
+  QVERIFY(!image.filtered());  // a filter that failed leaves the image unfiltered
 
   // An image without I: the illuminant stage fails before reflectance recovery.
   hs_image empty(corv::cube(), corv::vector(), QStringLiteral("empty"));
@@ -308,6 +318,14 @@ void hs_image_test::preparation_history_undo_redo_and_reload() {
   image.reload();
   QVERIFY(arma::approx_equal(image.pipeline().I(), original, "absdiff", 0.0f));
   QVERIFY(image.history().isEmpty());
+  QVERIFY(!image.can_redo());
+
+  image.align_bands(2);
+  QCOMPARE(image.history().last().name, QStringLiteral("align_bands"));
+  QCOMPARE(image.history().last().bands, QVector<qint32>({2}));
+  QVERIFY_EXCEPTION_THROWN(image.align_bands(9), std::runtime_error);
+  QCOMPARE(image.history().size(), 1);
+  image.reload();
   QVERIFY(!image.can_redo());
 
   // Crop applied to the reflectance first; its redo changes I, never s.

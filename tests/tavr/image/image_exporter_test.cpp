@@ -82,6 +82,18 @@ class image_exporter_test : public QObject {
     QCOMPARE(
         failure_of([&] { tavr::read_illumination_csv(dir.filePath("none.csv"), wavelengths); }),
         "read_illumination_csv: Could not read " + dir.filePath("none.csv"));
+
+    // MATLAB files: a vector of one value per band, else wavelength and value columns.
+    const QString mat = QStringLiteral(CORV_SOURCE_DIR "/tests/data/illuminant_compressed.mat");
+    const corv::vector per_band =
+        tavr::read_illumination(mat, arma::linspace<corv::vector>(400, 720, 33));
+    QCOMPARE(per_band(0), 1.0f);
+    const corv::vector from_pairs = tavr::read_illumination(mat, wavelengths);
+    QVERIFY(arma::approx_equal(from_pairs, corv::vector{0.24f, 0.34f, 0.44f}, "absdiff", 1e-5));
+    QCOMPARE(failure_of([&] {
+               tavr::read_illumination(mat, corv::vector{300, 400});
+             }),
+             QString("read_illumination: Wavelength 300 is outside the file's range."));
   }
 
   void materials_and_cubes_are_written() {

@@ -1,3 +1,4 @@
+#include <QDir>
 #include <QFile>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -72,6 +73,12 @@ class open_image_controller_test : public QObject {
                           "Could not open image file " + bad +
                               ".<br/><br/>Reason: hdr_input: Cannot open file."}));
     QCOMPARE(recent, (QStringList{good, bad, "/old/one.hdr"}));
+    // A name relative to the working folder is remembered whole.
+    const QString working = QDir::currentPath();
+    QDir::setCurrent(dir.path());
+    opener.open({"good.hdr"}, tavr::hs_image::open_mode::irradiance, recent);
+    QDir::setCurrent(working);
+    QCOMPARE(recent.first(), QFileInfo(good).absoluteFilePath());
 
     // Cancelling before the second file stops there.
     made.clear();

@@ -125,7 +125,8 @@ class image_view_test : public QObject {
     const QRectF rect = rects.front().front().toRectF();
     QCOMPARE(rect.left(), 1.0);
     QCOMPARE(rect.right(), 40.0);
-    QCOMPARE(clicks.size(), 0);
+    QCOMPARE(clicks.size(), 1);  // the pixel under the release is plotted too
+    QVERIFY(std::abs(clicks.front().front().toPointF().x() - 40.0) <= 0.5);
     QCOMPARE(view.selection(), rect);
 
     // A rectangle left of the picture has no width once clamped: nothing emitted.
@@ -213,17 +214,17 @@ class image_view_test : public QObject {
   }
 
   void drops_open_images_and_workspaces() {
+    // In the order dropped; images next to each other open together.
     tavr::image_view view;
-    QSignalSpy images(&view, &tavr::image_view::main_open_image);
-    QSignalSpy workspaces(&view, &tavr::image_view::main_open_workspace);
+    QStringList opened;
+    QObject::connect(&view, &tavr::image_view::main_open_images,
+                     [&opened](const QStringList& files) { opened << files.join('+'); });
+    QObject::connect(&view, &tavr::image_view::main_open_workspace,
+                     [&opened](const QString& file) { opened << "workspace " + file; });
     view.open_dropped({QUrl::fromLocalFile("/data/a.hdr"), QUrl::fromLocalFile("/data/w.tvw"),
                        QUrl::fromLocalFile("/data/W.TVW"), QUrl::fromLocalFile("/data/b.hsz")});
-    QCOMPARE(workspaces.size(), 1);
-    QCOMPARE(workspaces.front().front().toString(), QString("/data/w.tvw"));
-    QCOMPARE(images.size(), 3);
-    QCOMPARE(images[0].front().toString(), QString("/data/a.hdr"));
-    QCOMPARE(images[1].front().toString(), QString("/data/W.TVW"));
-    QCOMPARE(images[2].front().toString(), QString("/data/b.hsz"));
+    QCOMPARE(opened,
+             QStringList({"/data/a.hdr", "workspace /data/w.tvw", "/data/W.TVW+/data/b.hsz"}));
   }
 };
 
