@@ -53,9 +53,10 @@ void main_window::build_camera() {
   menu->addActions({dark, white, clear});
   menu->addSeparator();
   menu->addActions({simulated, preferences, dock});
+  // Between Tools and Spatial (or Help).
   QAction* before = nullptr;
   for (QAction* entry : menuBar()->actions()) {
-    if (entry->text() == "Help") {
+    if (before == nullptr && (entry->text() == "Spatial" || entry->text() == "Help")) {
       before = entry;
     }
   }
