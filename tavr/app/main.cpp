@@ -47,6 +47,27 @@ bool asks_for_help_or_version(int argc, char** argv) {
   return false;
 }
 
+// Runs that only render, save or capture and then exit need no display: without
+// one (and without a platform chosen by the user) they draw offscreen.
+void choose_platform_for_headless_runs(int argc, char** argv) {
+  if (!qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") ||
+      !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")) {
+    return;
+  }
+  for (int i = 1; i < argc; ++i) {
+    const QString word = QString::fromLocal8Bit(argv[i]);
+    if (word == "--") {
+      return;
+    }
+    if (word == "--screenshot" || word.startsWith("--screenshot=") || word == "--save-workspace" ||
+        word.startsWith("--save-workspace=") || word == "--camera" ||
+        word.startsWith("--camera=")) {
+      qputenv("QT_QPA_PLATFORM", "offscreen");
+      return;
+    }
+  }
+}
+
 void print_error(const QString& text) {
   std::fprintf(stderr, "tavrel: %s\n", qPrintable(QString(text).replace("<br/>", " ")));
 }
@@ -367,6 +388,7 @@ int main(int argc, char** argv) {
     parser.process(app);
     return 0;
   }
+  choose_platform_for_headless_runs(argc, argv);
   QApplication app(argc, argv);
   name_application();
   QApplication::setWindowIcon(QIcon(":/tavrel/icons/tavrel.png"));
