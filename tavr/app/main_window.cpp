@@ -411,26 +411,6 @@ void main_window::closeEvent(QCloseEvent* event) {
   event->accept();
 }
 
-void main_window::showEvent(QShowEvent* event) {
-  QMainWindow::showEvent(event);
-  if (shown_once_) {
-    return;
-  }
-  shown_once_ = true;
-  // An image opened before the window showed was fitted to a view of no size:
-  // fit it again once the window has its size.
-  if (!view_->has_picture()) {
-    return;
-  }
-  QTimer::singleShot(0, this, [this] {
-    const auto image = current_image();
-    if (image != nullptr && view_->has_picture()) {
-      view_->fit_to_window();
-      remember_view_state();
-    }
-  });
-}
-
 void main_window::show_images_dock_() {
   images_dock_->show();
 }

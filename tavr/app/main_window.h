@@ -242,7 +242,6 @@ class main_window : public QMainWindow {
 
  protected:
   void closeEvent(QCloseEvent* event) override;
-  void showEvent(QShowEvent* event) override;
 
  private:
   void build_actions();
@@ -361,7 +360,6 @@ class main_window : public QMainWindow {
   std::unique_ptr<camera_controller> camera_;
   struct tools;
   std::unique_ptr<tools> tools_;
-  bool shown_once_ = false;
 };
 
 }  // namespace tavr

@@ -193,7 +193,8 @@ void main_window::remember_view_state() {
     return;
   }
   image_view_state& state = shown->view_state();
-  state.scale = view_->current_scale();
+  // A fitted image is fitted again when it is shown next.
+  state.scale = view_->fitted() ? 0.0 : view_->current_scale();
   state.position = view_->mapToScene(view_->viewport()->rect().center());
 }
 

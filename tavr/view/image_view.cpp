@@ -72,6 +72,7 @@ void image_view::show_picture(const QImage& picture, const QString& fit_mode,
     this->actual_size();
   } else if (fit_mode != zoom_mode && fit_mode != no_fit) {
     resetTransform();
+    fitted_ = false;
   }
 }
 
@@ -96,6 +97,7 @@ void image_view::clear_picture() {
   polygons_.clear();
   new_polygon_ = nullptr;
   picture_ = nullptr;
+  fitted_ = false;
   marker_ = nullptr;
   construction_ = nullptr;
   guide_ = nullptr;
@@ -124,6 +126,7 @@ void image_view::zoom(double factor) {
     return;
   }
   scale(factor, factor);
+  fitted_ = false;
   if (current_scale() < centre_below_scale) {
     centre_on_picture();
   }
@@ -135,6 +138,7 @@ void image_view::scale_to(double factor) {
     return;
   }
   scale(factor / current, factor / current);
+  fitted_ = false;
 }
 
 void image_view::fit_to_window() {
@@ -147,6 +151,7 @@ void image_view::fit_to_window() {
   const double s = fit_scale(inclusive, picture_rect().size());
   scale(s, s);
   centre_on_picture();
+  fitted_ = true;
 }
 
 void image_view::actual_size() {
@@ -155,6 +160,7 @@ void image_view::actual_size() {
     return;
   }
   scale(1.0 / current, 1.0 / current);
+  fitted_ = false;
 }
 
 void image_view::centre_on_picture() {
@@ -407,6 +413,13 @@ void image_view::wheelEvent(QWheelEvent* event) {
     marker_->setPos(cursor);
   }
   event->accept();
+}
+
+void image_view::resizeEvent(QResizeEvent* event) {
+  QGraphicsView::resizeEvent(event);
+  if (fitted_) {
+    fit_to_window();
+  }
 }
 
 void image_view::dragEnterEvent(QDragEnterEvent* event) {

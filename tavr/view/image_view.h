@@ -57,7 +57,11 @@ class image_view : public QGraphicsView {
   double current_scale() const;
   void zoom(double factor);
   void scale_to(double factor);
+  // Fits the picture to the view without enlarging it. A fitted picture stays
+  // fitted while the view changes size (the window showing for the first time,
+  // docks appearing, the user resizing it) until it is zoomed or scaled.
   void fit_to_window();
+  bool fitted() const { return fitted_; }
   void actual_size();
   void centre_on_picture();
 
@@ -117,6 +121,7 @@ class image_view : public QGraphicsView {
   void dragEnterEvent(QDragEnterEvent* event) override;
   void dragMoveEvent(QDragMoveEvent* event) override;
   void dropEvent(QDropEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
 
  private:
   void add_polygon_vertex(const QPointF& point);
@@ -138,6 +143,7 @@ class image_view : public QGraphicsView {
   polygon_builder builder_;
   pixel_lookup hover_lookup_;
   bool polygon_mode_ = false;
+  bool fitted_ = false;
   bool pressed_ = false;
   QPoint press_view_position_;
   QPointF press_scene_position_;

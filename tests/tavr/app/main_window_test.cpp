@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include <QAction>
 #include <QDockWidget>
 #include <QListView>
@@ -259,11 +261,25 @@ class main_window_test : public QObject {
     QSettings settings(dir.filePath("tavrel.ini"), QSettings::IniFormat);
     tavr::main_window window(&settings);
     window.set_interactive(false);
-    window.resize(1200, 800);
-    // Opened while the window is hidden, the image is fitted again once it shows.
+    // Opened while the window is hidden, the image is fitted to the window as it
+    // shows, and stays fitted as the window grows, until it is zoomed.
+    window.resize(500, 400);
     QVERIFY(window.open_image(sample));
     window.show();
-    QTRY_COMPARE(window.view().current_scale(), 1.0);
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    tavr::image_view& view = window.view();
+    const auto fitted_scale = [&view] {
+      const QSize port = view.viewport()->size();
+      return std::min(port.width() / 300.0, port.height() / 200.0);
+    };
+    QTRY_COMPARE(view.current_scale(), fitted_scale());
+    QVERIFY(view.current_scale() < 1.0);
+    window.resize(1200, 800);
+    QTRY_COMPARE(view.current_scale(), 1.0);
+    view.zoom_in_();
+    window.resize(1100, 700);
+    QTest::qWait(50);
+    QCOMPARE(view.current_scale(), 1.19);
     // The full picture follows the first one, from the file; the cube stays there.
     const auto image = window.current_image();
     QTRY_VERIFY(image->streamed().has_value());
