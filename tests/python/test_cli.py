@@ -111,18 +111,13 @@ def test_usage_errors_exit_2_and_touch_nothing(run_corv, sample_header, tmp_path
     out = tmp_path / "out.fla"
     cases = [
         (["info"], "corv info: expects one FILE"),
-        (["info", sample_header, sample_header], "corv info: expects one FILE"),
         (["info", sample_header, "--bogus"], "corv info: unknown option --bogus"),
         (["info", sample_header, "--json=yes"], "corv info: option --json takes no value"),
         (["convert", sample_header], "corv convert: expects IN and OUT"),
         (["convert", sample_header, out, "--data-type", "3"],
          "corv convert: --data-type must be 1, 2, 4 or 12"),
-        (["convert", sample_header, out, "--data-type=16"],
-         "corv convert: --data-type must be 1, 2, 4 or 12"),
         (["convert", sample_header, out, "--data-type", "x"],
          "corv convert: option --data-type needs an integer, not 'x'"),
-        (["convert", sample_header, out, "--data-type"],
-         "corv convert: option --data-type needs a value"),
         (["convert", sample_header, tmp_path / "out.tif"],
          f"corv convert: cannot tell the output format of '{tmp_path / 'out.tif'}': "
          "end it in .hsz, .fla, .raw, .dat, .img or .hdr, or use --components"),
@@ -156,12 +151,9 @@ def test_library_refusals_exit_1_with_the_exact_message(run_corv, sample_header,
 
     cases = [
         (["info", tmp_path / "missing.hdr"], "hdr_input: No Header found!"),
-        (["info", tmp_path / "missing.fla", "--json"], "hdr_input: No Header found!"),
         (["info", tmp_path / "lonely.hdr"], "hdr_input: No Datafile found!"),
         (["info", tmp_path / "missing.tif"], "tif_input: No file found!"),
         (["info", library, "--json"], library_refusal),
-        (["convert", tmp_path / "missing.hdr", tmp_path / "out.fla"],
-         "hdr_input: No Header found!"),
         (["convert", sample_header, missing_dir / "out.fla"],
          f"Cannot open file {missing_dir / 'out.hdr'} for writing."),
         # The sample holds irradiance: there is no reflectance to write.

