@@ -116,8 +116,6 @@ def write_scene(tmp_path, library):
 @pytest.fixture(params=["without library", "with library"])
 def written(request, tmp_path, logger):
     library = request.param == "with library"
-    if library and not hasattr(corv.pipeline, "set_library"):
-        pytest.skip("the Python pipeline cannot take a spectral library yet (no set_library)")
     name, parts = write_scene(tmp_path, library)
     parts["library"] = library
     return name, parts
