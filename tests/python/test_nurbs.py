@@ -8,7 +8,7 @@ import pytest
 from scipy.interpolate import BSpline
 from scipy.optimize import brentq
 
-from corv_testing import SAMPLE_HEADER, SHARED_DATA, SHARED_DATA_ABSENT
+from corv_testing import SHARED_DATA, SHARED_DATA_ABSENT
 
 # (folder/file, reader, alpha, largest compression ratio expected)
 LIBRARIES = [
@@ -76,10 +76,8 @@ def test_real_spectra_come_back_within_the_bound_and_compressed(relative, reader
     assert np.allclose(back[..., 0], cube[..., 0], atol=1e-6 * span)
 
 
-def test_the_bundled_radiance_sample_comes_back_within_the_bound(capsys):
-    if not SAMPLE_HEADER.is_file():
-        pytest.skip(f"the bundled sample {SAMPLE_HEADER} is missing")
-    source = corv.open_input(str(SAMPLE_HEADER))
+def test_the_bundled_radiance_sample_comes_back_within_the_bound(capsys, sample_header):
+    source = corv.open_input(str(sample_header))
     cube = np.ascontiguousarray(np.asarray(source.I(), dtype=np.float32)[::5, ::5, :])
     waves = np.asarray(source.wavelengths(), dtype=np.float32)
     # Radiance counts up to 65535 against 10 nm steps: each pixel's parameters
