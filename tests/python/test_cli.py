@@ -118,6 +118,8 @@ def test_usage_errors_exit_2_and_touch_nothing(run_corv, sample_header, tmp_path
          "corv convert: --data-type must be 1, 2, 4 or 12"),
         (["convert", sample_header, out, "--data-type", "x"],
          "corv convert: option --data-type needs an integer, not 'x'"),
+        (["convert", sample_header, out, "--data-type"],
+         "corv convert: option --data-type needs a value"),
         (["convert", sample_header, tmp_path / "out.tif"],
          f"corv convert: cannot tell the output format of '{tmp_path / 'out.tif'}': "
          "end it in .hsz, .fla, .raw, .dat, .img or .hdr, or use --components"),

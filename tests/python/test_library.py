@@ -327,10 +327,15 @@ def test_library_from_sli_keeps_or_drops_incomplete_spectra(run_corv, shared_dat
 def test_library_usage_errors_exit_2(run_corv, tmp_path):
     lib = tmp_path / "lib.csv"
     lib.write_text("wavelength,a\n400,1\n")
+    subcommands = ("expects a subcommand: info LIB, merge A B -o OUT [--re-evaluate], "
+                   "to-csv LIB OUT.csv, from-csv IN.csv OUT.slz, "
+                   "from-sli IN.sli|IN.hdr OUT.slz [--drop-incomplete]")
     cases = [
-        (["list"], "unknown subcommand 'list'; expects a subcommand: info LIB, merge A B -o OUT "
-         "[--re-evaluate], to-csv LIB OUT.csv, from-csv IN.csv OUT.slz, "
-         "from-sli IN.sli|IN.hdr OUT.slz [--drop-incomplete]"),
+        ([], subcommands),
+        (["list"], f"unknown subcommand 'list'; {subcommands}"),
+        (["info"], "info expects one LIB"),
+        (["to-csv", lib, tmp_path / "x.slz"],
+         f"to-csv writes a .csv file, not '{tmp_path / 'x.slz'}'"),
         (["merge", lib, lib], "merge needs -o OUT"),
         (["merge", lib, lib, "-o", tmp_path / "x.txt"],
          f"cannot tell the output format of '{tmp_path / 'x.txt'}': end it in .slz or .csv"),

@@ -47,7 +47,9 @@ def test_data_input_converts_any_layout_and_keeps_its_own_copies():
     source.set_k(k.T.copy().T)
     np.testing.assert_array_equal(source.k(), k)
     source.set_elements(np.arange(8, dtype=np.float32).reshape(4, 2))
+    source.set_endmembers(np.ones((4, 3)))
     np.testing.assert_array_equal(source.elements(), np.arange(8).reshape(4, 2))
+    np.testing.assert_array_equal(source.endmembers(), np.ones((4, 3)))
     source.set_endmember_labels(["grass", "red brick"])
     assert source.endmember_labels() == ["grass", "red brick"]
 
@@ -96,6 +98,9 @@ def test_envi_files_through_the_module(tmp_path, hold, logger):
         source.I(first_row=1, first_col=2, last_row=3, last_col=4), cube[1:4, 2:5, :])
     np.testing.assert_array_equal(source.I([2], 3, 1, 3, 2), cube[3:4, 1:3, [2]])
     assert error_text(lambda: source.I([0], 0, 0, 4, 1)) == "hdr_input: Crop out of range."
+    source.hold = not hold
+    assert source.hold == (not hold)
+    np.testing.assert_array_equal(source.I(1, 1, 2, 2), cube[1:3, 1:3, :])
 
     # A reflectance image serves s through the pipeline, and the input's reason for
     # refusing I is logged where Python reads it.

@@ -78,6 +78,8 @@ TEST(input_test, the_abstract_input_serves_nothing_and_says_so) {
   const std::string name = demangled_name(typeid(in));
   EXPECT_EQ(thrown_text([&] { in.I(0, 0, 1, 1); }),
             name + ": Member 'I' does not exist for this input.");
+  EXPECT_EQ(thrown_text([&] { in.I(band_list{0}, 0, 0, 1, 1); }),
+            name + ": Member 'I' does not exist for this input.");
   EXPECT_EQ(thrown_text([&] { in.I_ptr(); }),
             name + ": Member 'I_ptr' does not exist for this input.");
   EXPECT_EQ(thrown_text([&] { in.s_ptr(); }),

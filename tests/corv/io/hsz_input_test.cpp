@@ -81,11 +81,25 @@ TEST_F(hsz_input_test, serves_every_component_of_a_written_image) {
   // Only held data has pointers.
   EXPECT_EQ(thrown_text([&] { in.I_ptr(); }),
             "hsz_input: tried to access I pointer when data is not stored (turn on hold flag)");
+  EXPECT_EQ(thrown_text([&] { in.s_ptr(); }),
+            "hsz_input: tried to access s pointer when data is not stored (turn on hold flag)");
   in.set_hold(true);
   const cube_ptr held = in.I_ptr();
   EXPECT_EQ(in.I_ptr(), held);
   expect_close(*in.s_ptr(), scene.s(), "held s");
-  EXPECT_EQ(thrown_text([&] { in.endmembers(); }), "hsz_input: S->Endmembers contains no data.");
+  in.set_hold(false);
+  EXPECT_NE(thrown_text([&] { in.I_ptr(); }), "");
+
+  // No library was attached.
+  const std::vector<std::pair<std::string, accessor>> no_library = {
+      {"Endmembers", [](hsz_input& i) { i.endmembers(); }},
+      {"Endmember labels", [](hsz_input& i) { i.endmember_labels(); }},
+      {"Endmember abundances", [](hsz_input& i) { i.endmember_abundances(); }},
+      {"Endmember abundance indexes", [](hsz_input& i) { i.endmember_abundance_indexes(); }},
+  };
+  for (const auto& [name, call] : no_library) {
+    EXPECT_EQ(thrown_text([&] { call(in); }), "hsz_input: S->" + name + " contains no data.");
+  }
 
   // Opened by suffix, and saved again from a pipeline over it.
   pipeline again(open_input(dir / "scene.hsz"));
@@ -203,6 +217,13 @@ TEST_F(hsz_input_test, nurbs_parts_are_read_back_from_their_curves) {
   expect_close(in.elements(), on_line.elements, "elements", tolerance);
   expect_close(in.s(), on_line.s(), "s", 2 * tolerance);
   expect_close(in.I(), on_line.I(), "I", 8 * tolerance);
+  in.set_hold(true);
+  expect_close(*in.s_ptr(), on_line.s(), "held s", 2 * tolerance);
+  // Another degree drops what is held: the curves no longer fit.
+  in.set_nurbs_degree(3);
+  EXPECT_EQ(thrown_text([&] { in.s_ptr(); }),
+            "hsz_input: Data size mismatch: S->NURBS Knots and Control Points do not fit curves "
+            "of degree 3.");
 
   // Without a degree in the file the degree given is used, and the arrays must fit
   // it; a degree in the file comes first.
@@ -227,6 +248,22 @@ TEST_F(hsz_input_test, nurbs_parts_are_read_back_from_their_curves) {
        [](hsz_record& r) { r.s.element_cp = value_block(); }, read_s},
       {"hsz_input: S->Element Abundances Indexes refers to element 3, but S->Elements holds 2.",
        [](hsz_record& r) { store_line(r.s, 2); }, read_s},
+      {"hsz_input: K->NURBS Knots or Control Points contain no data.",
+       [](hsz_record& r) {
+         r.header.encoding_k = "NURBS";
+         r.k.element_knots = r.l.element_knots;
+       },
+       read_k},
+      // K stored as a curve too: its own spectra are read, k is its factor.
+      {"",
+       [](hsz_record& r) {
+         r.header.encoding_k = "NURBS";
+         store_line(r.k, 1);
+       },
+       [](hsz_input& in) {
+         in.k();
+         in.illuminant();
+       }},
   };
   for (const auto& [text, edit, call] : cases) {
     EXPECT_EQ(refusal(record, edit, call), text);

@@ -121,6 +121,8 @@ TEST_F(quantised_storage_test, refuses_what_it_cannot_store_or_read) {
           quantised::write_vector(g, "wavelength", {1.0, std::numeric_limits<double>::infinity()});
         }),
         "quantised_storage: /wavelength holds a value that is not a finite number.");
+    EXPECT_EQ(thrown_text([&] { quantised::write_scalar(g, "lines", nan); }),
+              "quantised_storage: /lines holds a value that is not a finite number.");
   });
 
   // Malformed groups, as another program might have written them.

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <filesystem>
+#include <functional>
 
 #include "corv/io/hdf5_file.h"
 #include "corv/io/logger.h"
@@ -35,9 +36,18 @@ TEST(slz_file_test, saving_refuses_incomplete_or_inconsistent_contents) {
   EXPECT_EQ(thrown_text([&] { file.save(name, true); }), "invalid object");
   file.set_endmember_count(2);
   EXPECT_EQ(thrown_text([&] { file.save(name, true); }), "wavelengths have not been set");
+  file.set_endmember_count(0);
   file.set_wavelengths(arma::vec{1, 2, 3});
-  EXPECT_EQ(thrown_text([&] { file.set_endmembers(arma::fmat(4, 2)); }),
-            "Incorrect Endmember number or wavelength size");
+  EXPECT_EQ(thrown_text([&] { file.save(name, true); }),
+            "The number of Endmember has not been set");
+  file.set_endmember_count(2);
+  EXPECT_EQ(thrown_text([&] { file.save(name, true); }), "invalid object");  // no endmembers
+  // Every member must fit the count and the wavelengths.
+  for (const auto& set : std::vector<std::function<void()>>{
+           [&] { file.set_endmembers(arma::fmat(4, 2)); }, [&] { file.set_labels({"only one"}); },
+           [&] { file.set_colours(arma::mat(2, 4)); }}) {
+    EXPECT_EQ(thrown_text(set), "Incorrect Endmember number or wavelength size");
+  }
   file.set_endmembers(arma::fmat(3, 2, arma::fill::ones));
   file.set_labels({"a", "b"});
   file.set_endmember_count(3);

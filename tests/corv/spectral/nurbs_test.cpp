@@ -203,6 +203,7 @@ TEST_F(nurbs_test, wrong_sizes_and_values_are_refused_with_the_outputs_untouched
   const std::string unclamped =
       "nurbs_global_interpolation: Knot vector is not clamped to [0, 1] or decreases.";
   EXPECT_EQ(interpolate(I, no_pixels(8), waves, vector{0, 0, 0.1f, 0.5f, 1, 1, 1}), unclamped);
+  EXPECT_EQ(interpolate(I, no_pixels(8), waves, vector{0, 0, 0, 0.6f, 0.5f, 1, 1, 1}), unclamped);
   // An interior knot may repeat up to degree times, not more.
   EXPECT_EQ(interpolate(I, no_pixels(8), waves, vector{0, 0, 0, 0.5f, 0.5f, 1, 1, 1}), "");
   EXPECT_EQ(interpolate(I, no_pixels(8), waves, vector{0, 0, 0, 0.5f, 0.5f, 0.5f, 1, 1, 1}),
