@@ -3,11 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
+#include "corv/io/logger.h"
 #include "corv/io/types.h"
 
 namespace corv::test {
@@ -80,6 +83,20 @@ std::string thrown_text(F&& call) {
     return error.what();
   }
   return "";
+}
+
+// The texts of the logger's entries, oldest first.
+inline std::vector<std::string> log_lines() {
+  std::vector<std::string> lines;
+  for (const auto& entry : logger::instance().entries()) {
+    lines.push_back(entry.second);
+  }
+  return lines;
+}
+
+inline bool logged(const std::string& line) {
+  const std::vector<std::string> lines = log_lines();
+  return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
 inline std::string shared_data(const std::string& relative) {

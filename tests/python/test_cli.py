@@ -111,13 +111,10 @@ def test_usage_errors_exit_2_and_touch_nothing(run_corv, sample_header, tmp_path
     out = tmp_path / "out.fla"
     cases = [
         (["info"], "corv info: expects one FILE"),
-        (["info", sample_header, sample_header], "corv info: expects one FILE"),
         (["info", sample_header, "--bogus"], "corv info: unknown option --bogus"),
         (["info", sample_header, "--json=yes"], "corv info: option --json takes no value"),
         (["convert", sample_header], "corv convert: expects IN and OUT"),
         (["convert", sample_header, out, "--data-type", "3"],
-         "corv convert: --data-type must be 1, 2, 4 or 12"),
-        (["convert", sample_header, out, "--data-type=16"],
          "corv convert: --data-type must be 1, 2, 4 or 12"),
         (["convert", sample_header, out, "--data-type", "x"],
          "corv convert: option --data-type needs an integer, not 'x'"),
@@ -138,8 +135,8 @@ def test_usage_errors_exit_2_and_touch_nothing(run_corv, sample_header, tmp_path
         assert os.listdir(tmp_path) == [], args
 
 
-def test_library_refusals_exit_1_with_the_exact_message(run_corv, sample_header, tmp_path):
-    (tmp_path / "lonely.hdr").write_text("ENVI\nsamples = 2\nlines = 2\nbands = 1\n")
+def test_library_refusals_exit_1_with_the_librarys_message(run_corv, sample_header, tmp_path):
+    # The texts themselves are tested with the library; here that they reach stderr whole.
     library = tmp_path / "library.hdr"
     library.write_text(
         "ENVI\nsamples = 4\nlines = 2\nbands = 1\nheader offset = 0\n"
@@ -152,21 +149,11 @@ def test_library_refusals_exit_1_with_the_exact_message(run_corv, sample_header,
         "import it as a spectral library."
     )
     existing = sorted(os.listdir(tmp_path))
-    missing_dir = tmp_path / "nowhere"
-
     cases = [
-        (["info", tmp_path / "missing.hdr"], "hdr_input: No Header found!"),
-        (["info", tmp_path / "missing.fla", "--json"], "hdr_input: No Header found!"),
-        (["info", tmp_path / "lonely.hdr"], "hdr_input: No Datafile found!"),
         (["info", tmp_path / "missing.tif"], "tif_input: No file found!"),
         (["info", library, "--json"], library_refusal),
-        (["convert", tmp_path / "missing.hdr", tmp_path / "out.fla"],
-         "hdr_input: No Header found!"),
-        (["convert", sample_header, missing_dir / "out.fla"],
-         f"Cannot open file {missing_dir / 'out.hdr'} for writing."),
-        # The sample holds irradiance: there is no reflectance to write.
-        (["convert", sample_header, tmp_path / "out.fla", "--reflectance"],
-         "Image not present when saving HDR file."),
+        (["convert", sample_header, tmp_path / "nowhere" / "out.fla"],
+         f"Cannot open file {tmp_path / 'nowhere' / 'out.hdr'} for writing."),
     ]
     for args, message in cases:
         result = run_corv(*args)
@@ -234,7 +221,7 @@ def test_info_describes_the_bundled_sample(run_corv, sample_header, sample_cube)
     np.testing.assert_array_equal(sample_cube, np.trunc(sample_cube))
 
 
-@pytest.mark.parametrize("data_type", [1, 2, 4, 12])
+@pytest.mark.parametrize("data_type", [1, 4])  # 2 is tested with the library, 12 below
 def test_convert_writes_the_sample_in_each_data_type(
     run_corv, sample_header, sample_cube, tmp_path, data_type
 ):
@@ -249,12 +236,7 @@ def test_convert_writes_the_sample_in_each_data_type(
     # The sample's largest count is 65535, so every scaled value is an exact
     # integer ratio: trunc(x / 65535 * type maximum).
     counts = sample_cube.astype(np.int64)
-    dtype, expected = {
-        1: ("<u1", counts * 255 // 65535),
-        2: ("<i2", counts * 32767 // 65535),
-        4: ("<f4", sample_cube),
-        12: ("<u2", counts),
-    }[data_type]
+    dtype, expected = {1: ("<u1", counts * 255 // 65535), 4: ("<f4", sample_cube)}[data_type]
     np.testing.assert_array_equal(band_sequential(out, dtype, 200, 300, 33), expected)
 
     info = json.loads(run_corv("info", out, "--json").stdout)

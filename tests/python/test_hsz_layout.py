@@ -116,8 +116,6 @@ def write_scene(tmp_path, library):
 @pytest.fixture(params=["without library", "with library"])
 def written(request, tmp_path, logger):
     library = request.param == "with library"
-    if library and not hasattr(corv.pipeline, "set_library"):
-        pytest.skip("the Python pipeline cannot take a spectral library yet (no set_library)")
     name, parts = write_scene(tmp_path, library)
     parts["library"] = library
     return name, parts
@@ -244,32 +242,6 @@ def test_hsz_input_serves_what_the_file_holds(written, logger):
             source.endmembers()
         assert str(error.value) == "hsz_input: S->Endmembers contains no data."
     assert isinstance(corv.open_input(str(name)), corv.hsz_input)
-
-    assert source.hold is False
-    assert corv.hsz_input(str(name), hold=True).hold is True
-    with pytest.raises(RuntimeError) as error:
-        corv.hsz_input(str(name.with_name("none.hsz")))
-    assert str(error.value) == ("Error constructing HSZ: HSZ Read: Invalid file name: "
-                                + str(name.with_name("none.hsz")))
-
-
-def test_a_header_number_keeps_its_low_16_bits(tmp_path, logger):
-    lines = 70000
-    parts = dict(wavelengths=np.array([500.0], np.float32), illuminant=np.ones(1, np.float32),
-                 k=np.zeros((lines, 1), np.float32), g=np.ones((lines, 1), np.float32),
-                 elements=np.ones((1, 1), np.float32),
-                 abundances=np.ones((lines, 1, 1), np.float32),
-                 indexes=np.zeros((lines, 1, 1), np.float32),
-                 s=np.ones((lines, 1, 1), np.float32))
-    _, image = pipeline_of(parts)
-    name = tmp_path / "tall.hsz"
-    corv.hsz_output().write(image, str(name))
-    assert logger.entries()[-1][1] == f"hsz_output: Saved {name}"
-    with h5py.File(name, "r") as f:
-        assert (f["HDR/lines/DATA"][0], f["HDR/lines/MAX"][0], f["HDR/lines/MIN"][0]) == (
-            4464, 70000.0, 70000.0)
-        assert f["S/Factor/DATA"].shape == (lines, 1)
-    assert corv.hsz_input(str(name)).height == 4464
 
 
 def test_nurbs_encoded_parts_as_h5py_reads_them(tmp_path, logger):

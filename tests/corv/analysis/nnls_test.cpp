@@ -36,38 +36,6 @@ TEST(nnls_test, small_problems_solved_by_hand) {
   EXPECT_TRUE(arma::approx_equal(x, vector{2.0f, 0.0f, 0.5f}, "absdiff", 1e-5f)) << x;
 }
 
-TEST(nnls_test, random_problems_meet_the_optimality_conditions) {
-  arma::arma_rng::set_seed(11);
-  for (int trial = 0; trial < 200; ++trial) {
-    const arma::uword m = 8 + trial % 30, n = 1 + trial % 7;
-    const matrix A = arma::randu<matrix>(m, n) - (trial % 3 == 0 ? 0.3f : 0.0f);
-    const vector b = arma::randn<vector>(m) + 0.5f;
-    const vector x = nnls(A, b);
-    ASSERT_EQ(x.n_elem, n);
-    // Kuhn-Tucker: x >= 0; the gradient A'(b - Ax) is 0 where x > 0 and <= 0 where x = 0.
-    const arma::mat a = arma::conv_to<arma::mat>::from(A);
-    const arma::vec gradient =
-        a.t() * (arma::conv_to<arma::vec>::from(b) - a * arma::conv_to<arma::vec>::from(x));
-    const double scale = arma::norm(a) * arma::norm(b);
-    for (arma::uword j = 0; j < n; ++j) {
-      ASSERT_GE(x(j), 0.0f) << "trial " << trial;
-      if (x(j) > 0) {
-        ASSERT_NEAR(gradient(j), 0.0, 1e-5 * scale) << "trial " << trial << " variable " << j;
-      } else {
-        ASSERT_LE(gradient(j), 1e-5 * scale) << "trial " << trial << " variable " << j;
-      }
-    }
-  }
-}
-
-TEST(nnls_test, recovers_a_non_negative_mixture) {
-  arma::arma_rng::set_seed(3);
-  const matrix A = arma::randu<matrix>(50, 6);
-  const vector truth = {0.0f, 0.7f, 0.0f, 1.3f, 0.2f, 0.0f};
-  const vector x = nnls(A, A * truth);
-  EXPECT_TRUE(arma::approx_equal(x, truth, "absdiff", 1e-5f)) << x;
-}
-
 TEST(nnls_test, refuses_a_b_of_another_length_and_logs_it) {
   logger::instance().clear_entries();
   EXPECT_EQ(thrown_text([] { nnls(matrix(4, 2, arma::fill::ones), vector(3)); }),

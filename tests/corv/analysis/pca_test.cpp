@@ -31,31 +31,6 @@ class pca_test : public ::testing::Test {
   vector strengths;
 };
 
-TEST_F(pca_test, returns_the_requested_components_matching_an_svd) {
-  const std::size_t start = logger::instance().entries().size();
-  pca(image, components, strengths, 3, 0.5f);
-  EXPECT_TRUE(lines_after(start).empty());
-  ASSERT_EQ(components.n_slices, 3u);
-  ASSERT_EQ(strengths.n_elem, 3u);
-
-  arma::mat X(30, 10);
-  for (int b = 0; b < 10; ++b) {
-    X.col(b) = arma::conv_to<arma::vec>::from(arma::vectorise(image.slice(b)));
-  }
-  X.each_row() -= arma::mean(X, 0);
-  arma::mat U, V;
-  arma::vec s;
-  arma::svd_econ(U, s, V, X);
-  for (int c = 0; c < 3; ++c) {
-    EXPECT_NEAR(strengths(c), s(c), 1e-4 * s(0));
-    const arma::vec expected = X * V.col(c);
-    const arma::vec got = arma::conv_to<arma::vec>::from(arma::vectorise(components.slice(c)));
-    // Up to sign.
-    EXPECT_LT(std::min(arma::norm(got - expected), arma::norm(got + expected)),
-              1e-4 * arma::norm(expected));
-  }
-}
-
 TEST_F(pca_test, the_passing_count_is_always_one_less_than_the_bands) {
   std::size_t start = logger::instance().entries().size();
   pca(image, components, strengths, 10, 0.0f);

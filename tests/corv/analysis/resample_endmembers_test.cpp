@@ -24,36 +24,6 @@ TEST(resample_endmembers_test, two_and_three_points) {
   EXPECT_TRUE(arma::approx_equal(out, matrix{{0.25, 2.25, 4}}, "absdiff", 1e-5f)) << out;
 }
 
-TEST(resample_endmembers_test, cubics_are_reproduced_and_points_kept) {
-  // Unevenly spaced waves; a cubic in wavelength is in the curve's space, so
-  // the interpolating curve is that cubic.
-  const vector waves = {400, 404, 411, 425, 430, 452, 460, 481, 500};
-  const auto cubic = [](double w) {
-    const double x = (w - 450.0) / 50.0;
-    return 0.5 + 0.3 * x - 0.2 * x * x + 0.7 * x * x * x;
-  };
-  matrix spectra(2, waves.n_elem);
-  for (arma::uword i = 0; i < waves.n_elem; ++i) {
-    spectra(0, i) = static_cast<float>(cubic(waves(i)));
-    spectra(1, i) = static_cast<float>(std::sin(waves(i) / 17.0));
-  }
-  const vector targets = {401, 407.5, 433, 450, 499.9, 400, 500};
-  const matrix out = resample_endmembers(spectra, waves, targets);
-  ASSERT_EQ(arma::size(out), arma::size(2, targets.n_elem));
-  for (arma::uword t = 0; t < targets.n_elem; ++t) {
-    EXPECT_NEAR(out(0, t), cubic(targets(t)), 1e-5) << targets(t);
-  }
-  // Read at its own waves, every reference comes back as it was.
-  const matrix same = resample_endmembers(spectra, waves, waves);
-  EXPECT_TRUE(arma::approx_equal(same, spectra, "absdiff", 1e-5f)) << same - spectra;
-  // Between its points the smooth curve stays near the sine it samples.
-  const matrix fine = resample_endmembers(spectra.row(1), waves, vector{420, 440, 470});
-  for (const arma::uword t : {0u, 1u, 2u}) {
-    const double w = t == 0 ? 420 : t == 1 ? 440 : 470;
-    EXPECT_NEAR(fine(0, t), std::sin(w / 17.0), 0.05) << w;
-  }
-}
-
 TEST(resample_endmembers_test, wavelengths_outside_the_range_take_the_end_values) {
   logger::instance().clear_entries();
   const matrix out =

@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <numeric>
-
-#include "corv/analysis/spectral_angle.h"
 #include "corv/io/logger.h"
 #include "tests/corv/test_support.h"
 
@@ -13,16 +9,8 @@ namespace corv {
 namespace {
 
 using test::linear_wavelengths;
+using test::logged;
 using test::thrown_text;
-
-bool logged(const std::string& line) {
-  for (const auto& entry : logger::instance().entries()) {
-    if (entry.second == line) {
-      return true;
-    }
-  }
-  return false;
-}
 
 TEST(sam_test, ranks_references_of_a_two_pixel_image) {
   cube image(1, 2, 3);
@@ -43,76 +31,6 @@ TEST(sam_test, ranks_references_of_a_two_pixel_image) {
     EXPECT_NEAR(values(0, 1, i), second[i], 1e-4) << i;
     EXPECT_EQ(indexes(0, 1, i), second_numbers[i]) << i;
   }
-}
-
-TEST(sam_test, number_of_results) {
-  const cube image(2, 2, 4, arma::fill::randu);
-  const vector waves = linear_wavelengths(4);
-  cube values, indexes;
-  const matrix three(3, 4, arma::fill::randu), twelve(12, 4, arma::fill::randu);
-  for (const int k : {0, -1, 4, 100}) {
-    sam(image, waves, three, vector(), values, indexes, k);
-    EXPECT_EQ(values.n_slices, 3u) << k;
-    EXPECT_EQ(indexes.n_slices, 3u) << k;
-    sam(image, waves, twelve, vector(), values, indexes, k);
-    EXPECT_EQ(values.n_slices, k == 100 || k < 1 ? 5u : 4u) << k;
-  }
-  sam(image, waves, twelve, vector(), values, indexes, 12);
-  EXPECT_EQ(values.n_slices, 12u);
-  sam(image, waves, three, vector(), values, indexes, 1);
-  EXPECT_EQ(indexes.n_slices, 1u);
-}
-
-// Per pixel: every angle by the one-spectrum rule, sorted by a stable sort.
-void direct_sam(const cube& image, const matrix& references, arma::uword k, cube& values,
-                cube& indexes) {
-  values.set_size(image.n_rows, image.n_cols, k);
-  indexes.set_size(image.n_rows, image.n_cols, k);
-  for (arma::uword r = 0; r < image.n_rows; ++r) {
-    for (arma::uword c = 0; c < image.n_cols; ++c) {
-      const vector pixel = image.tube(r, c);
-      std::vector<float> angles(references.n_rows);
-      for (arma::uword j = 0; j < references.n_rows; ++j) {
-        angles[j] = spectral_angle(pixel, references.row(j).t());
-      }
-      std::vector<arma::uword> order(references.n_rows);
-      std::iota(order.begin(), order.end(), 0);
-      std::stable_sort(order.begin(), order.end(),
-                       [&](arma::uword a, arma::uword b) { return angles[a] < angles[b]; });
-      for (arma::uword i = 0; i < k; ++i) {
-        values(r, c, i) = angles[order[i]];
-        indexes(r, c, i) = static_cast<float>(order[i] + 1);
-      }
-    }
-  }
-}
-
-TEST(sam_test, whole_image_equals_the_rule_applied_pixel_by_pixel) {
-  arma::arma_rng::set_seed(17);
-  // 37 rows: two whole blocks of rows and a part block; a few negative values.
-  const cube image = arma::randu<cube>(37, 5, 9) - 0.1f;
-  const matrix references = arma::randu<matrix>(8, 9);
-  cube values, indexes, expected_values, expected_indexes;
-  logger::instance().clear_progress();
-  sam(image, linear_wavelengths(9), references, vector(), values, indexes, 4);
-  direct_sam(image, references, 4, expected_values, expected_indexes);
-  EXPECT_TRUE(arma::approx_equal(values, expected_values, "absdiff", 1e-3f));
-  EXPECT_TRUE(arma::approx_equal(indexes, expected_indexes, "absdiff", 0.0f));
-  EXPECT_EQ(logger::instance().progress(), 100);
-}
-
-TEST(sam_test, a_pixel_equal_to_a_reference_finds_it_first_at_angle_zero) {
-  arma::arma_rng::set_seed(2);
-  cube image = arma::randu<cube>(4, 3, 6);
-  const matrix references = arma::randu<matrix>(12, 6);
-  image.tube(2, 1) = references.row(6).t();
-  image.tube(0, 0) = 3.0f * references.row(10).t();
-  cube values, indexes;
-  sam(image, linear_wavelengths(6), references, vector(), values, indexes, 5);
-  EXPECT_EQ(indexes(2, 1, 0), 7.0f);
-  EXPECT_NEAR(values(2, 1, 0), 0.0f, 1e-3f);
-  EXPECT_EQ(indexes(0, 0, 0), 11.0f);
-  EXPECT_NEAR(values(0, 0, 0), 0.0f, 1e-3f);
 }
 
 TEST(sam_test, a_dark_pixel_has_nan_angles_and_the_references_in_order) {

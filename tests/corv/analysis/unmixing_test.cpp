@@ -2,12 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <numeric>
 
-#include "corv/analysis/nnls.h"
-#include "corv/analysis/sam.h"
 #include "corv/io/logger.h"
 #include "tests/corv/test_support.h"
 
@@ -40,57 +36,6 @@ TEST(unmixing_test, mixtures_worked_by_hand) {
   // Nothing explains a pixel of zeros: 0 / 0.
   EXPECT_TRUE(std::isnan(fractions(0, 2, 0)));
   EXPECT_TRUE(std::isnan(fractions(0, 2, 1)));
-}
-
-TEST(unmixing_test, recovers_the_mixture_of_every_pixel) {
-  arma::arma_rng::set_seed(21);
-  const matrix references = arma::randu<matrix>(4, 12) + 0.1f;
-  cube image(19, 3, 12);
-  cube truth(19, 3, 4);
-  for (arma::uword r = 0; r < 19; ++r) {
-    for (arma::uword c = 0; c < 3; ++c) {
-      vector weights = arma::randu<vector>(4);
-      weights(r % 4) = 0.0f;  // one reference is absent from each pixel
-      truth.tube(r, c) = weights / arma::accu(weights);
-      image.tube(r, c) = 2.5f * references.t() * weights;
-    }
-  }
-  cube fractions, indexes;
-  unmix_by_spectra(image, linear_wavelengths(12), references, vector(), fractions, indexes, 4);
-  for (arma::uword r = 0; r < 19; ++r) {
-    for (arma::uword c = 0; c < 3; ++c) {
-      for (arma::uword i = 0; i < 4; ++i) {
-        const arma::uword reference = static_cast<arma::uword>(indexes(r, c, i)) - 1;
-        ASSERT_NEAR(fractions(r, c, i), truth(r, c, reference), 1e-4)
-            << "pixel " << r << ", " << c << " reference " << reference;
-      }
-    }
-  }
-}
-
-TEST(unmixing_test, whole_image_equals_sam_ranking_and_nnls_per_pixel) {
-  arma::arma_rng::set_seed(9);
-  const cube image = arma::randu<cube>(23, 4, 10);
-  const matrix references = arma::randu<matrix>(7, 10);
-  cube fractions, indexes, angles, ranked;
-  logger::instance().clear_progress();
-  unmix_by_spectra(image, linear_wavelengths(10), references, vector(), fractions, indexes, 3);
-  sam(image, linear_wavelengths(10), references, vector(), angles, ranked, 3);
-  EXPECT_TRUE(arma::approx_equal(indexes, ranked, "absdiff", 0.0f));
-  for (arma::uword r = 0; r < image.n_rows; ++r) {
-    for (arma::uword c = 0; c < image.n_cols; ++c) {
-      matrix chosen(10, 3);
-      for (arma::uword i = 0; i < 3; ++i) {
-        chosen.col(i) = references.row(static_cast<arma::uword>(ranked(r, c, i)) - 1).t();
-      }
-      const vector x = nnls(chosen, image.tube(r, c));
-      const vector expected = x / arma::accu(x);
-      for (arma::uword i = 0; i < 3; ++i) {
-        ASSERT_NEAR(fractions(r, c, i), expected(i), 1e-4) << r << ", " << c << ", " << i;
-      }
-    }
-  }
-  EXPECT_EQ(logger::instance().progress(), 100);
 }
 
 TEST(unmixing_test, refusals_name_the_routine) {

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <functional>
 
+#include "corv/io/file_path.h"
 #include "corv/io/hdr_input.h"
 #include "corv/io/logger.h"
 #include "corv/pipeline/pipeline.h"
@@ -26,11 +27,6 @@ std::vector<T> values_of(const std::string& file) {
   std::vector<T> values(bytes.size() / sizeof(T));
   std::memcpy(values.data(), bytes.data(), values.size() * sizeof(T));
   return values;
-}
-
-std::size_t files_in(const temp_dir& dir) {
-  return std::distance(std::filesystem::directory_iterator(dir.str()),
-                       std::filesystem::directory_iterator());
 }
 
 class hdr_output_test : public ::testing::Test {
@@ -61,7 +57,7 @@ TEST_F(hdr_output_test, writes_the_header_layout_and_band_sequential_floats) {
   hdr_input back(dir / "cube.hdr");
   EXPECT_TRUE(arma::approx_equal(back.I(), image.I(), "absdiff", 0.0f));
   EXPECT_TRUE(arma::approx_equal(back.wavelengths(), image.wavelengths(), "absdiff", 1e-4f));
-  EXPECT_EQ(files_in(dir), 2u);
+  EXPECT_EQ(files_in(dir.str()).size(), 2u);
 }
 
 TEST_F(hdr_output_test, a_header_name_puts_the_data_in_a_fla_file) {
@@ -127,7 +123,7 @@ TEST_F(hdr_output_test, refusals_leave_no_file_behind) {
   for (const auto& [text, call] : cases) {
     EXPECT_EQ(thrown_text(call), text);
   }
-  EXPECT_EQ(files_in(dir), 0u);
+  EXPECT_EQ(files_in(dir.str()).size(), 0u);
 }
 
 TEST_F(hdr_output_test, reflectance_writes_s_and_says_so) {

@@ -32,6 +32,13 @@ void expect_close(const A& read, const B& expected, const char* what, float with
   EXPECT_LE(arma::abs(arma::vectorise(read) - arma::vectorise(expected)).max(), within) << what;
 }
 
+using change = std::function<void(hsz_record&)>;
+using accessor = std::function<void(hsz_input&)>;
+const accessor read_illuminant = [](hsz_input& in) { in.illuminant(); };
+const accessor read_k = [](hsz_input& in) { in.k(); };
+const accessor read_g = [](hsz_input& in) { in.g(); };
+const accessor read_s = [](hsz_input& in) { in.s(); };
+
 class hsz_input_test : public ::testing::Test {
  protected:
   void SetUp() override { logger::instance().set_echo(false); }
@@ -40,6 +47,15 @@ class hsz_input_test : public ::testing::Test {
     pipeline image(scene.input());
     hsz_output().write(image, dir / name);
     return dir / name;
+  }
+
+  // The text thrown by `call` on an input over `record` after `edit`.
+  std::string refusal(const hsz_record& record, const change& edit, const accessor& call) {
+    hsz_record changed = record;
+    edit(changed);
+    EXPECT_TRUE(changed.save(dir / "changed.hsz", true));
+    hsz_input in(dir / "changed.hsz");
+    return thrown_text([&] { call(in); });
   }
 
   hsz_scene scene;
@@ -61,9 +77,6 @@ TEST_F(hsz_input_test, serves_every_component_of_a_written_image) {
   EXPECT_TRUE(arma::approx_equal(in.element_abundance_indexes(), scene.indexes, "absdiff", 0.0f));
   expect_close(in.s(), scene.s(), "s");
   expect_close(in.I(), scene.I(), "I");
-  const cube composed = in.I();
-  EXPECT_EQ(composed.n_rows, 2u);
-  EXPECT_EQ(composed.n_slices, 4u);
 
   // Only held data has pointers.
   EXPECT_EQ(thrown_text([&] { in.I_ptr(); }),
@@ -73,29 +86,23 @@ TEST_F(hsz_input_test, serves_every_component_of_a_written_image) {
   in.set_hold(true);
   const cube_ptr held = in.I_ptr();
   EXPECT_EQ(in.I_ptr(), held);
-  expect_close(*held, scene.I(), "held I");
   expect_close(*in.s_ptr(), scene.s(), "held s");
-  EXPECT_EQ(in.s_ptr(), in.s_ptr());
   in.set_hold(false);
-  EXPECT_EQ(thrown_text([&] { in.I_ptr(); }),
-            "hsz_input: tried to access I pointer when data is not stored (turn on hold flag)");
-  EXPECT_TRUE(hsz_input(dir / "scene.hsz", true).hold());
+  EXPECT_NE(thrown_text([&] { in.I_ptr(); }), "");
 
   // No library was attached.
-  EXPECT_EQ(thrown_text([&] { in.endmembers(); }), "hsz_input: S->Endmembers contains no data.");
-  EXPECT_EQ(thrown_text([&] { in.endmember_labels(); }),
-            "hsz_input: S->Endmember labels contains no data.");
-  EXPECT_EQ(thrown_text([&] { in.endmember_abundances(); }),
-            "hsz_input: S->Endmember abundances contains no data.");
-  EXPECT_EQ(thrown_text([&] { in.endmember_abundance_indexes(); }),
-            "hsz_input: S->Endmember abundance indexes contains no data.");
-  EXPECT_EQ(thrown_text([&] { in.I(0, 0, 1, 1); }),
-            "corv::hsz_input: Member 'I' does not exist for this input.");
+  const std::vector<std::pair<std::string, accessor>> no_library = {
+      {"Endmembers", [](hsz_input& i) { i.endmembers(); }},
+      {"Endmember labels", [](hsz_input& i) { i.endmember_labels(); }},
+      {"Endmember abundances", [](hsz_input& i) { i.endmember_abundances(); }},
+      {"Endmember abundance indexes", [](hsz_input& i) { i.endmember_abundance_indexes(); }},
+  };
+  for (const auto& [name, call] : no_library) {
+    EXPECT_EQ(thrown_text([&] { call(in); }), "hsz_input: S->" + name + " contains no data.");
+  }
 
   // Opened by suffix, and saved again from a pipeline over it.
-  const std::shared_ptr<input> opened = open_input(dir / "scene.hsz");
-  ASSERT_NE(std::dynamic_pointer_cast<hsz_input>(opened), nullptr);
-  pipeline again(opened);
+  pipeline again(open_input(dir / "scene.hsz"));
   hsz_output().write(again, dir / "again.hsz");
   expect_close(hsz_input(dir / "again.hsz").s(), scene.s(), "s saved twice", 2 * tolerance);
 }
@@ -122,45 +129,58 @@ TEST_F(hsz_input_test, serves_the_endmembers_of_an_attached_library) {
 }
 
 TEST_F(hsz_input_test, construction_refuses_unreadable_files) {
-  EXPECT_EQ(thrown_text([&] { hsz_input(dir / "none.hsz"); }),
-            "Error constructing HSZ: HSZ Read: Invalid file name: " + (dir / "none.hsz"));
   EXPECT_EQ(thrown_text([&] { open_input(dir / "none.hsz"); }),
             "Error constructing HSZ: HSZ Read: Invalid file name: " + (dir / "none.hsz"));
   // A file on which HDF5 1.10 crashes is refused, and this process lives on.
   const std::string crash = std::string(CORV_SOURCE_DIR) + "/tests/data/hdf5_crash.hsz";
   EXPECT_EQ(thrown_text([&] { hsz_input{crash}; }).rfind("Error constructing HSZ: HSZ Read: ", 0),
             0u);
-
-  {
-    hdf5_file file = hdf5_file::create(dir / "extra.hsz");
-    file.root().create_group("Thumbnail");
-    file.close();
-  }
-  EXPECT_EQ(thrown_text([&] { hsz_input(dir / "extra.hsz"); }),
-            "Error constructing HSZ: HSZ Read: unknown group under root: Thumbnail");
   {
     hdf5_file file = hdf5_file::create(dir / "broken.hsz");
     file.root().create_group("K").create_group("Factor");  // no DATA
     file.close();
   }
   EXPECT_EQ(thrown_text([&] { hsz_input(dir / "broken.hsz"); }), "Error reading in HSZ file.");
+}
 
-  // Parts stored as NURBS curves open; their arrays are judged when read.
-  hsz_record record;
-  ASSERT_TRUE(record.load(write_scene("scene.hsz")));
-  for (const char* part : {"K", "L", "S"}) {
-    hsz_record nurbs = record;
-    nurbs.header.encoding_k = part == std::string("K") ? "NURBS" : "RAW";
-    nurbs.header.encoding_l = part == std::string("L") ? "NURBS" : "RAW";
-    nurbs.header.encoding_s = part == std::string("S") ? "NURBS" : "RAW";
-    ASSERT_TRUE(nurbs.save(dir / "nurbs.hsz", true));
-    EXPECT_EQ(thrown_text([&] { hsz_input(dir / "nurbs.hsz"); }), "") << part;
+TEST_F(hsz_input_test, accessors_check_every_part_against_the_header) {
+  hsz_record full;
+  ASSERT_TRUE(full.load(write_scene("scene.hsz")));
+  const auto ones = [](std::uint32_t rows, std::uint32_t cols) {
+    return value_block({rows, cols, 1}, std::vector<double>(rows * cols, 1.0));
+  };
+  const std::vector<std::tuple<std::string, change, accessor>> cases = {
+      {"hsz_input: L->Elements contains no data.",
+       [](hsz_record& r) { r.l.elements = value_block(); }, read_illuminant},
+      {"hsz_input: Data size mismatch: L->Elements contains incorrect number of bands.",
+       [&](hsz_record& r) { r.l.elements = ones(3, 1); }, [](hsz_input& in) { in.I(); }},
+      {"hsz_input: Data size mismatch: K->Factor is incorrect size.",
+       [&](hsz_record& r) { r.k.factor = ones(3, 2); }, read_k},
+      {"hsz_input: K->Element Abundance Indexes contains no data.",
+       [](hsz_record& r) { r.k.element_abundance_indexes = index_block(); }, read_k},
+      {"hsz_input: S->Factor (g) contains no data.",
+       [](hsz_record& r) { r.s.factor = value_block(); }, read_g},
+      {"hsz_input: S->Elements contains no data.",
+       [](hsz_record& r) { r.s.elements = value_block(); }, read_s},
+      // The header's count of elements per pixel must match the arrays.
+      {"hsz_input: Data size mismatch: S->Element Abundances Indexes is incorrect size.",
+       [](hsz_record& r) { r.header.num_elements_s = 3; }, read_s},
+      {"hsz_input: S->Element Abundances Indexes refers to element 4, but S->Elements holds 3.",
+       [](hsz_record& r) {
+         std::vector<std::int32_t> indexes = r.s.element_abundance_indexes.values();
+         indexes[7] = 4;
+         r.s.element_abundance_indexes = index_block({2, 3, 2}, indexes);
+       },
+       read_s},
+  };
+  for (const auto& [text, edit, call] : cases) {
+    EXPECT_EQ(refusal(full, edit, call), text);
   }
 }
 
 // The curve x(u) = 400 + 150 u, y(u) = 1 + 2 u: a quadratic without interior
-// knots whose control points lie evenly on a line, stored as hsz_output lays it
-// out (knots; control points with their wavelengths in slice 0, values in 1).
+// knots whose control points lie evenly on a line (knots in ElementKnots; control
+// points in ElementCP, their wavelengths in slice 0 and values in slice 1).
 void store_line(hsz_part& part, std::uint32_t curves, double first = 400) {
   std::vector<double> points;
   for (std::uint32_t j = 0; j < curves; ++j) {
@@ -188,181 +208,72 @@ TEST_F(hsz_input_test, nurbs_parts_are_read_back_from_their_curves) {
   const vector line = {1.0f, 5.0f / 3.0f, 7.0f / 3.0f, 3.0f};
   const float tolerance = 1.5f * 550.0f / 65535.0f;
   hsz_input in(dir / "line.hsz");
-  EXPECT_EQ(in.nurbs_degree(), 2);
   expect_close(in.illuminant(), line, "illuminant", tolerance);
-  const matrix elements = in.elements();
-  ASSERT_EQ(elements.n_cols, 3u);
-  for (arma::uword j = 0; j < 3; ++j) {
-    expect_close(elements.col(j), vector(line + float(j)), "element", tolerance);
-  }
-  // s and I are composed from the curves.
   hsz_scene on_line = scene;
   on_line.illuminant = line;
   for (arma::uword j = 0; j < 3; ++j) {
     on_line.elements.col(j) = line + float(j);
   }
+  expect_close(in.elements(), on_line.elements, "elements", tolerance);
   expect_close(in.s(), on_line.s(), "s", 2 * tolerance);
   expect_close(in.I(), on_line.I(), "I", 8 * tolerance);
   in.set_hold(true);
   expect_close(*in.s_ptr(), on_line.s(), "held s", 2 * tolerance);
-
-  // Without a degree in the file the degree given is used (below 2 counts as
-  // 2), and the arrays must fit it; a degree in the file comes first.
-  const std::string misfit_l =
-      "hsz_input: Data size mismatch: L->NURBS Knots and Control Points do not fit curves of "
-      "degree 3.";
-  EXPECT_EQ(thrown_text([&] { hsz_input(dir / "line.hsz", false, 3).illuminant(); }), misfit_l);
-  expect_close(hsz_input(dir / "line.hsz", false, 0).illuminant(), line, "degree 0", tolerance);
+  // Another degree drops what is held: the curves no longer fit.
   in.set_nurbs_degree(3);
-  EXPECT_EQ(in.nurbs_degree(), 3);
   EXPECT_EQ(thrown_text([&] { in.s_ptr(); }),
             "hsz_input: Data size mismatch: S->NURBS Knots and Control Points do not fit curves "
+            "of degree 3.");
+
+  // Without a degree in the file the degree given is used, and the arrays must fit
+  // it; a degree in the file comes first.
+  EXPECT_EQ(thrown_text([&] { hsz_input(dir / "line.hsz", false, 3).illuminant(); }),
+            "hsz_input: Data size mismatch: L->NURBS Knots and Control Points do not fit curves "
             "of degree 3.");
   record.header.degree_nurbs_l = 2;
   record.header.degree_nurbs_s = 3;
   ASSERT_TRUE(record.save(dir / "degrees.hsz", true));
-  hsz_input told(dir / "degrees.hsz", false, 3);
-  expect_close(told.illuminant(), line, "degree from the file", tolerance);
+  expect_close(hsz_input(dir / "degrees.hsz", false, 3).illuminant(), line, "degree from the file",
+               tolerance);
   EXPECT_EQ(thrown_text([&] { hsz_input(dir / "degrees.hsz").elements(); }),
             "hsz_input: Data size mismatch: S->NURBS Knots and Control Points do not fit curves "
             "of degree 3.");
 
-  // Parts without their curves, or with knots that do not match them.
-  const auto refusal = [&](const std::function<void(hsz_record&)>& change,
-                           const std::function<void(hsz_input&)>& call) {
-    hsz_record changed = record;
-    changed.header.degree_nurbs_s = -1;
-    change(changed);
-    EXPECT_TRUE(changed.save(dir / "changed.hsz", true));
-    hsz_input changed_in(dir / "changed.hsz");
-    return thrown_text([&] { call(changed_in); });
+  // Parts without their curves, or with curves that do not cover the bands.
+  record.header.degree_nurbs_s = -1;
+  const std::vector<std::tuple<std::string, change, accessor>> cases = {
+      {"hsz_input: L->NURBS Knots or Control Points contain no data.",
+       [](hsz_record& r) { r.l.element_knots = value_block(); }, read_illuminant},
+      {"hsz_input: S->NURBS Knots or Control Points contain no data.",
+       [](hsz_record& r) { r.s.element_cp = value_block(); }, read_s},
+      {"hsz_input: S->Element Abundances Indexes refers to element 3, but S->Elements holds 2.",
+       [](hsz_record& r) { store_line(r.s, 2); }, read_s},
+      {"hsz_input: K->NURBS Knots or Control Points contain no data.",
+       [](hsz_record& r) {
+         r.header.encoding_k = "NURBS";
+         r.k.element_knots = r.l.element_knots;
+       },
+       read_k},
+      // K stored as a curve too: its own spectra are read, k is its factor.
+      {"",
+       [](hsz_record& r) {
+         r.header.encoding_k = "NURBS";
+         store_line(r.k, 1);
+       },
+       [](hsz_input& in) {
+         in.k();
+         in.illuminant();
+       }},
   };
-  const auto illuminant = [](hsz_input& i) { i.illuminant(); };
-  EXPECT_EQ(refusal([](hsz_record& r) { r.l.element_knots = value_block(); }, illuminant),
-            "hsz_input: L->NURBS Knots or Control Points contain no data.");
-  EXPECT_EQ(
-      refusal([](hsz_record& r) { r.s.element_cp = value_block(); }, [](hsz_input& i) { i.s(); }),
-      "hsz_input: S->NURBS Knots or Control Points contain no data.");
+  for (const auto& [text, edit, call] : cases) {
+    EXPECT_EQ(refusal(record, edit, call), text);
+  }
   EXPECT_EQ(refusal(
-                [](hsz_record& r) {
-                  r.header.encoding_k = "NURBS";
-                  r.k.element_knots = r.l.element_knots;
-                },
-                [](hsz_input& i) { i.k(); }),
-            "hsz_input: K->NURBS Knots or Control Points contain no data.");
-  EXPECT_EQ(refusal(
-                [](hsz_record& r) {
-                  r.header.encoding_k = "NURBS";
-                  store_line(r.k, 1);
-                },
-                [](hsz_input& i) {
-                  EXPECT_EQ(i.k().n_rows, 2u);
-                  i.illuminant();
-                }),
-            "");
-  EXPECT_EQ(refusal([](hsz_record& r) { store_line(r.s, 2); }, [](hsz_input& i) { i.s(); }),
-            "hsz_input: S->Element Abundances Indexes refers to element 3, but S->Elements "
-            "holds 2.");
-  EXPECT_EQ(refusal([](hsz_record& r) { store_line(r.l, 1, 430); }, illuminant)
+                record, [](hsz_record& r) { store_line(r.l, 1, 430); }, read_illuminant)
                 .rfind("hsz_input: L->NURBS curves cannot be read back: nurbs_evaluate: "
                        "Wavelength 400 lies outside the curves' range 429.99",
                        0),
             0u);
-}
-
-TEST_F(hsz_input_test, accessors_check_every_array_against_the_header) {
-  hsz_record full;
-  ASSERT_TRUE(full.load(write_scene("scene.hsz")));
-  // The text thrown by `call` on an input over the record after `change`.
-  const auto refusal = [&](const std::function<void(hsz_record&)>& change,
-                           const std::function<void(hsz_input&)>& call) {
-    hsz_record record = full;
-    change(record);
-    EXPECT_TRUE(record.save(dir / "changed.hsz", true));
-    hsz_input in(dir / "changed.hsz");
-    return thrown_text([&] { call(in); });
-  };
-  const auto empty_values = value_block();
-  const auto empty_indexes = index_block();
-  const auto ones = [](std::uint32_t rows, std::uint32_t cols, std::uint32_t slices) {
-    return value_block({rows, cols, slices}, std::vector<double>(rows * cols * slices, 1.0));
-  };
-  const auto first = [](std::uint32_t rows, std::uint32_t cols, std::uint32_t slices) {
-    return index_block({rows, cols, slices}, std::vector<std::int32_t>(rows * cols * slices, 1));
-  };
-  const auto call_k = [](hsz_input& in) { in.k(); };
-  const auto call_s = [](hsz_input& in) { in.s(); };
-
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.l.elements = empty_values; },
-                    [](hsz_input& in) { in.illuminant(); }),
-            "hsz_input: L->Elements contains no data.");
-  EXPECT_EQ(
-      refusal([&](hsz_record& r) { r.l.elements = ones(3, 1, 1); }, [](hsz_input& in) { in.I(); }),
-      "hsz_input: Data size mismatch: L->Elements contains incorrect number of bands.");
-
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.factor = empty_values; }, call_k),
-            "hsz_input: K->Factor contains no data.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.factor = ones(3, 2, 1); }, call_k),
-            "hsz_input: Data size mismatch: K->Factor is incorrect size.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.element_abundances = empty_values; }, call_k),
-            "hsz_input: K->Element Abundances contains no data.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.element_abundances = ones(2, 3, 2); }, call_k),
-            "hsz_input: Data size mismatch: K->Element Abundances is incorrect size.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.element_abundance_indexes = empty_indexes; }, call_k),
-            "hsz_input: K->Element Abundance Indexes contains no data.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.element_abundance_indexes = first(1, 3, 1); }, call_k),
-            "hsz_input: Data size mismatch: K->Element Abundance Indexes is incorrect size.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.k.elements = ones(5, 1, 1); }, call_k),
-            "hsz_input: Data size mismatch: K->Elements contains incorrect number of bands.");
-
-  EXPECT_EQ(
-      refusal([&](hsz_record& r) { r.s.factor = empty_values; }, [](hsz_input& in) { in.g(); }),
-      "hsz_input: S->Factor (g) contains no data.");
-  EXPECT_EQ(
-      refusal([&](hsz_record& r) { r.s.factor = ones(2, 3, 2); }, [](hsz_input& in) { in.g(); }),
-      "hsz_input: Data size mismatch: S->Factor (g) is incorrect size.");
-
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundance_indexes = empty_indexes; }, call_s),
-            "hsz_input: S->Element Abundances Indexes contains no data.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundance_indexes = first(2, 3, 1); }, call_s),
-            "hsz_input: Data size mismatch: S->Element Abundances Indexes is incorrect size.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundances = empty_values; }, call_s),
-            "hsz_input: S->Element Abundances contains no data.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.header.num_elements_s = 3; }, call_s),
-            "hsz_input: Data size mismatch: S->Element Abundances Indexes is incorrect size.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundances = ones(2, 3, 3); }, call_s),
-            "hsz_input: Data size mismatch: S->Element Abundances is incorrect size.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.elements = empty_values; }, call_s),
-            "hsz_input: S->Elements contains no data.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.elements = ones(3, 3, 1); }, call_s),
-            "hsz_input: Data size mismatch: S->Elements contains incorrect number of bands.");
-  EXPECT_EQ(
-      refusal(
-          [&](hsz_record& r) {
-            std::vector<std::int32_t> indexes = r.s.element_abundance_indexes.values();
-            indexes[7] = 4;
-            r.s.element_abundance_indexes = index_block({2, 3, 2}, indexes);
-          },
-          call_s),
-      "hsz_input: S->Element Abundances Indexes refers to element 4, but S->Elements holds 3.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundances = empty_values; },
-                    [](hsz_input& in) { in.element_abundances(); }),
-            "hsz_input: S->Element Abundances contains no data.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.element_abundance_indexes = first(2, 3, 1); },
-                    [](hsz_input& in) { in.element_abundance_indexes(); }),
-            "hsz_input: Data size mismatch: S->Element Abundances Indexes is incorrect size.");
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.s.elements = ones(3, 3, 1); },
-                    [](hsz_input& in) { in.elements(); }),
-            "hsz_input: Data size mismatch: S->Elements contains incorrect number of bands.");
-
-  // A header number keeps its low 16 bits only: 70000 lines come back as 4464,
-  // and no array fits that height.
-  EXPECT_EQ(refusal([&](hsz_record& r) { r.header.lines = 70000; },
-                    [](hsz_input& in) {
-                      EXPECT_EQ(in.height(), 4464u);
-                      in.k();
-                    }),
-            "hsz_input: Data size mismatch: K->Factor is incorrect size.");
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <functional>
 #include <limits>
 
+#include "corv/io/file_path.h"
 #include "corv/io/hdf5_file.h"
 #include "corv/io/logger.h"
 #include "tests/corv/test_support.h"
@@ -18,15 +19,6 @@ using quantised::index_block;
 using quantised::value_block;
 using test::temp_dir;
 using test::thrown_text;
-
-std::vector<std::string> files_in(const temp_dir& dir) {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(dir.str())) {
-    names.push_back(entry.path().filename().string());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
 
 std::string last_log_line() {
   const auto entries = logger::instance().entries();
@@ -100,69 +92,39 @@ TEST_F(hsz_record_test, saved_records_load_back_with_every_field) {
   hsz_record written = sample_record();
   written.header.sensor = "Corvantis test sensor";
   ASSERT_TRUE(written.save(dir / "image.hsz", false));
-  EXPECT_EQ(files_in(dir), std::vector<std::string>{"image.hsz"});
+  EXPECT_EQ(files_in(dir.str()), std::vector<std::string>{"image.hsz"});
 
+  // Strings, indexes and counts come back exactly, values within one step; what is
+  // not in the file stays at its default.
   hsz_record read;
   ASSERT_TRUE(read.load(dir / "image.hsz"));
-  const hsz_header& h = read.header;
-  EXPECT_EQ(h.lines, 2);
-  EXPECT_EQ(h.samples, 3);
-  EXPECT_EQ(h.bands, 4);
-  EXPECT_EQ(h.num_elements_s, 2);
-  EXPECT_EQ(h.endmember_indexed_s, 3);
-  EXPECT_EQ(h.datatype, 12);
-  EXPECT_EQ(h.wavelengths, (std::vector<double>{400.0, 450.0, 500.0, 550.0}));
-  EXPECT_EQ(h.interleave, "bsq");
-  EXPECT_EQ(h.description, "Corvantis HSZ");
-  EXPECT_EQ(h.method, "Dichromatic");
-  EXPECT_EQ(h.encoding_l, "RAW");
-  EXPECT_EQ(h.sensor, "Corvantis test sensor");
-  EXPECT_EQ(h.allothers, "");
-  EXPECT_EQ(h.degree_nurbs_s, -1);
-  EXPECT_EQ(read.endmembers_s.count, 2);
+  EXPECT_EQ(read.header.wavelengths, written.header.wavelengths);
+  EXPECT_EQ(read.header.sensor, "Corvantis test sensor");
+  EXPECT_EQ(read.header.allothers, "");
+  EXPECT_EQ(read.header.degree_nurbs_s, -1);
   EXPECT_EQ(read.endmembers_s.labels, (std::vector<std::string>{"grass", "red brick"}));
-  EXPECT_EQ(read.endmembers_s.wavelength_unit, "Nanometers");
   EXPECT_EQ(read.endmembers_l.count, 0);
-  EXPECT_TRUE(read.endmembers_l.labels.empty());
   EXPECT_EQ(read.s.element_abundance_indexes.values(),
             written.s.element_abundance_indexes.values());
   EXPECT_EQ(read.s.element_abundance_indexes.shape(), written.s.element_abundance_indexes.shape());
   expect_close(read.s.element_abundances, written.s.element_abundances, "abundances");
   expect_close(read.s.endmembers, written.s.endmembers, "endmembers");
   expect_close(read.k.factor, written.k.factor, "k");
-  expect_close(read.l.elements, written.l.elements, "illuminant");
   EXPECT_TRUE(read.l.factor.empty());
-  EXPECT_TRUE(read.k.element_knots.empty());
 
-  // What is on disc: the six root groups, the nine arrays per part, and the
-  // optional strings only when they have a value.
-  const hdf5_file file = hdf5_file::open_read_only(dir / "image.hsz");
-  const hdf5_group root = file.root();
-  EXPECT_EQ(root.member_names(),
-            (std::vector<std::string>{"HDR", "HDREndmembersL", "HDREndmembersS", "K", "L", "S"}));
-  EXPECT_EQ(root.open_group("S").member_names(),
-            (std::vector<std::string>{"ElementAbundanceIndexes", "ElementAbundances", "ElementCP",
-                                      "ElementKnots", "Elements", "EndmemberAbundanceIndexes",
-                                      "EndmemberAbundances", "Endmembers", "Factor"}));
-  const hdf5_group hdr = root.open_group("HDR");
-  EXPECT_TRUE(hdr.has_attribute("sensor"));
-  EXPECT_FALSE(hdr.has_attribute("allothers"));
-  EXPECT_EQ(hdr.member_names().size(), 21u);
-  EXPECT_EQ(root.open_group("HDREndmembersS").read_string_attribute("MAT1"), "red brick");
-}
+  {
+    // Optional strings are written only when they have a value.
+    const hdf5_file file = hdf5_file::open_read_only(dir / "image.hsz");
+    const hdf5_group hdr = file.root().open_group("HDR");
+    EXPECT_TRUE(hdr.has_attribute("sensor"));
+    EXPECT_FALSE(hdr.has_attribute("allothers"));
+  }
 
-TEST_F(hsz_record_test, header_numbers_keep_only_their_low_16_bits) {
-  hsz_record written = sample_record();
+  // A header number keeps its low 16 bits only.
   written.header.lines = 70000;
-  ASSERT_TRUE(written.save(dir / "tall.hsz", true));
-  hsz_record read;
-  ASSERT_TRUE(read.load(dir / "tall.hsz"));
+  ASSERT_TRUE(written.save(dir / "image.hsz", true));
+  ASSERT_TRUE(read.load(dir / "image.hsz"));
   EXPECT_EQ(read.header.lines, 4464);
-  const hdf5_file file = hdf5_file::open_read_only(dir / "tall.hsz");
-  const hdf5_group lines = file.root().open_group("HDR").open_group("lines");
-  EXPECT_EQ(lines.read_uint16_dataset("DATA").values, std::vector<std::uint16_t>{4464});
-  EXPECT_EQ(lines.read_double_dataset("MAX").values, std::vector<double>{70000.0});
-  EXPECT_EQ(lines.read_double_dataset("MIN").values, std::vector<double>{70000.0});
 }
 
 TEST_F(hsz_record_test, save_refuses_invalid_records_and_never_leaves_a_partial_file) {
@@ -170,14 +132,7 @@ TEST_F(hsz_record_test, save_refuses_invalid_records_and_never_leaves_a_partial_
   invalid.header.wavelengths.pop_back();
   EXPECT_EQ(thrown_text([&] { invalid.save(dir / "a.hsz", true); }), "HSZ Save: invalid object");
   EXPECT_EQ(last_log_line(), "HSZ Save: invalid object");
-  invalid = sample_record();
-  invalid.endmembers_s.labels.pop_back();
-  EXPECT_EQ(thrown_text([&] { invalid.save(dir / "a.hsz", true); }), "HSZ Save: invalid object");
-  invalid = sample_record();
-  invalid.header.bands = 0;
-  invalid.header.wavelengths.clear();
-  EXPECT_EQ(thrown_text([&] { invalid.save(dir / "a.hsz", true); }), "HSZ Save: invalid object");
-  EXPECT_TRUE(files_in(dir).empty());
+  EXPECT_TRUE(files_in(dir.str()).empty());
 
   const hsz_record first = sample_record();
   ASSERT_TRUE(first.save(dir / "a.hsz", false));
@@ -192,7 +147,7 @@ TEST_F(hsz_record_test, save_refuses_invalid_records_and_never_leaves_a_partial_
   broken.k.factor = value_block({1, 1, 1}, {std::numeric_limits<double>::quiet_NaN()});
   EXPECT_EQ(thrown_text([&] { broken.save(dir / "a.hsz", true); }),
             "quantised_storage: /K/Factor holds a value that is not a finite number.");
-  EXPECT_EQ(files_in(dir), std::vector<std::string>{"a.hsz"});
+  EXPECT_EQ(files_in(dir.str()), std::vector<std::string>{"a.hsz"});
   hsz_record read;
   ASSERT_TRUE(read.load(dir / "a.hsz"));
   EXPECT_EQ(read.header.samples, 3);
@@ -206,7 +161,7 @@ TEST_F(hsz_record_test, save_refuses_invalid_records_and_never_leaves_a_partial_
   logger::instance().clear_entries();
   EXPECT_FALSE(first.save(dir / "missing/b.hsz", true));
   EXPECT_EQ(last_log_line(), "HSZ Save: No such file or directory in: " + (dir / "missing/b.hsz"));
-  EXPECT_EQ(files_in(dir), std::vector<std::string>{"a.hsz"});
+  EXPECT_EQ(files_in(dir.str()), std::vector<std::string>{"a.hsz"});
 }
 
 TEST_F(hsz_record_test, load_refuses_what_is_not_an_hsz_file) {

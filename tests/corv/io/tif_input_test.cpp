@@ -58,6 +58,7 @@ TEST_F(tif_input_test, serves_the_cube_with_band_indexes_as_wavelengths) {
   EXPECT_EQ(thrown_text([&] { in.I_ptr(); }),
             "hdr_input: tried to access I pointer when data is not stored (turn on hold flag)");
   tif_input held(dir / "three.tif", true);
+  EXPECT_TRUE(arma::approx_equal(held.I(), expected, "absdiff", 0.0f));
   EXPECT_EQ(held.I_ptr().get(), held.I_ptr().get());
 }
 

@@ -93,17 +93,5 @@ TEST(nurbs_basis_test, centripetal_parameters_use_both_wavelength_and_value) {
   EXPECT_EQ(std::vector<double>(even, even + 4), (std::vector<double>{0.0, 1.0 / 3, 2.0 / 3, 1.0}));
 }
 
-TEST(nurbs_basis_test, averaged_knots_interpolate_each_parameter) {
-  EXPECT_EQ(nurbs_averaged_knots({0.0, 0.2, 0.4, 0.8, 1.0}, 2),
-            (std::vector<double>{0, 0, 0, 0.30000000000000004, 0.6000000000000001, 1, 1, 1}));
-  // As many knots as control points plus degree + 1, interior knots averaging
-  // three parameters for a cubic; with degree + 1 parameters there is none.
-  const auto cubic = nurbs_averaged_knots({0.0, 0.1, 0.3, 0.6, 0.7, 1.0}, 3);
-  ASSERT_EQ(cubic.size(), 10u);
-  EXPECT_NEAR(cubic[4], (0.1 + 0.3 + 0.6) / 3, 1e-15);
-  EXPECT_NEAR(cubic[5], (0.3 + 0.6 + 0.7) / 3, 1e-15);
-  EXPECT_EQ(nurbs_averaged_knots({0.0, 0.5, 1.0}, 2), (std::vector<double>{0, 0, 0, 1, 1, 1}));
-}
-
 }  // namespace
 }  // namespace corv
