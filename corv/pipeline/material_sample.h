@@ -30,6 +30,15 @@ constexpr arma::uword neighbourhood_radius = 5;
 // (degrees) of the mean direction of its neighbourhood.
 constexpr double smooth_angle = 2.0;
 
+// At most this many blocks, hence pixels, take part: a few thousand spectra
+// hold every material that covers more than a few hundredths of a percent of
+// the image, and the clustering's time grows with their number.
+constexpr arma::uword max_sampled_pixels = 4096;
+
+// The side of the blocks for an image of rows x cols: `block` (2^q), doubled
+// until the blocks number at most max_sampled_pixels.
+arma::uword sample_block(arma::uword rows, arma::uword cols, arma::uword block);
+
 // Each pixel's cosine with the mean direction of the unit spectra of its
 // usable neighbours (itself included); 0 for a pixel that is not usable:
 // zero, not finite or, with a shading given, unlit.

@@ -36,6 +36,11 @@ TEST(material_sample_test, takes_one_interior_lit_pixel_per_block) {
   }
   // Without shading every pixel is lit.
   EXPECT_EQ(interior_sample(s, matrix(), 4).n_elem, 48u);
+
+  // Large images take bigger blocks, so that the sample stays within its cap.
+  EXPECT_EQ(sample_block(240, 320, 8), 8u);
+  EXPECT_EQ(sample_block(1024, 1024, 8), 16u);
+  EXPECT_EQ(sample_block(1025, 1024, 8), 32u);
 }
 
 }  // namespace
