@@ -6,15 +6,16 @@ irregular 64-pixel blocks, shaded between 0.5 and 1, noise 0.003), and, in
 this one process, side by side:
 
 - corv.recover_materials with the pipeline's defaults: deterministic annealing
-  on the image shrunk 8 times in each dimension, then the abundances of the 5
-  strongest materials on every pixel;
+  on one smooth interior pixel per block (4096 blocks of 16 x 16 pixels on this
+  cube), then the abundances of the 5 strongest materials on every pixel;
 - spectral.kmeans(data, 8, 10): 8 clusters, at most 10 iterations, on every
   pixel (the number of iterations it actually ran is printed).
 
 Both get the same numpy array in numpy's default (C) order; corv's conversion
 to its band-sequential cube is part of its time. Prints the median and best
 wall-clock time and the median processor time of the repeats, the ratio
-k-means / corv of the wall-clock medians (goal: at least 1), and how far the
+k-means / corv of the wall-clock medians (goal: at least 3) and of the
+processor times (the fairer measure on a loaded machine), and how far the
 two segmentations agree (adjusted Rand index of corv's material map against
 k-means' class map, when scikit-learn is present).
 
@@ -89,8 +90,8 @@ def main():
               f"processor {t[2] * 1e3:9.1f} ms")
     print(f"  corv found {found.elements.shape[1]} materials (the scene has {SURFACES}); "
           f"k-means ran {len(frames)} iterations")
-    print(f"  ratio of wall-clock medians {ratio:.1f}x (goal 1x: "
-          f"{'meets' if ratio >= 1 else 'MISSES'}); of processor times "
+    print(f"  ratio of wall-clock medians {ratio:.1f}x (goal 3x: "
+          f"{'meets' if ratio >= 3 else 'MISSES'}); of processor times "
           f"{peer_time[2] / corv_time[2]:.1f}x")
     try:
         import sklearn.metrics
@@ -99,7 +100,7 @@ def main():
               f"k-means {sklearn.metrics.adjusted_rand_score(truth.ravel(), class_map.ravel()):.3f}")
     except ImportError:
         pass
-    return 0 if ratio >= 1 else 1
+    return 0 if ratio >= 3 else 1
 
 
 if __name__ == "__main__":

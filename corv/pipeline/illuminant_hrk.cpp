@@ -21,47 +21,126 @@ constexpr double settled_angle = 0.01;   // degrees
 constexpr double settled_energy = 0.01;  // relative change
 constexpr double pi = 3.1415927;
 
-// Inner rounds of the refit in one iteration, at most.
-constexpr int max_refit_rounds = 20;
-
-// The normal equations of the refit, w sum k (x - m D) and w sum k^2, summed
-// over patches with weight w.
-struct refit_terms {
-  arma::vec numerator;
-  double denominator = 0.0;
-};
-
-// One patch's part in the refit: every pixel's shares of the illuminant and of
-// the patch's diffuse spectrum, by least squares in the patch's plane, signs
-// included, then the patch's terms of the normal equations. The decomposition's
-// clamped shares would leave residuals that drag the refit towards the body
-// colours of the pixels they were cut from, whereas the signed shares move it
-// straight towards the plane. The weight is how clearly the patch spans a
-// plane: a patch of one colour without a highlight has only noise for a second
-// direction, and many such patches (a bright matte floor) would otherwise
-// outvote the few with highlights.
-void add_refit_terms(const patch_plane& plane, const arma::vec& L, const arma::vec& diffuse,
-                     refit_terms& terms) {
-  arma::mat directions(plane.basis.n_cols, 2);
-  directions.col(0) = plane.basis.t() * L;
-  directions.col(1) = plane.basis.t() * diffuse;
-  arma::mat shares;
-  if (directions.n_rows != 2 || !(std::abs(arma::det(directions)) > 1e-12 * arma::norm(L)) ||
-      !arma::solve(shares, directions, plane.coordinates, arma::solve_opts::no_approx)) {
-    // The illuminant and the body colour coincide in this plane: the patch
-    // cannot tell them apart and has no say in the refit.
-    return;
-  }
-  const arma::vec k = shares.row(0).t(), m = shares.row(1).t();
-  terms.numerator += plane.strength * (plane.spectra * k - diffuse * arma::dot(m, k));
-  terms.denominator += plane.strength * arma::dot(k, k);
-}
-
 double angle_degrees(const arma::vec& a, const arma::vec& b) {
   const double lengths = arma::norm(a) * arma::norm(b);
   double cosine = lengths > 0.0 ? arma::dot(a, b) / lengths : 1.0;
   cosine = std::min(1.0, std::max(-1.0, cosine));
   return std::acos(cosine) * 180.0 / pi;
+}
+
+// Rounds of the refit's weights in one iteration, at most.
+constexpr int max_refit_rounds = 20;
+// Eigenvalues of the refit's matrix this close to the largest (its ratio to
+// the largest at least this) belong to directions that the patches' planes do
+// not tell apart: planes within about 2 degrees of each other (cos^2 2 degrees).
+// Planes of different materials under one light are 15 degrees apart and more
+// on the test scenes (ratios up to 0.93); one material's, a degree (0.9997).
+constexpr double undetermined_ratio = 0.99878;
+
+// One patch's part in the refit, for its diffuse spectrum D held.
+//
+// Every pixel's shares of the illuminant L and of D are solved by least
+// squares in the patch's plane, signs included, and the illuminant is refitted
+// to the pixels given those shares: L' = sum w k (x - m D) / sum w k^2 over
+// all patches' pixels, with w the patch's weight. In the plane a pixel's
+// specular share is k = q / (n . L), where n is the plane's direction across D
+// and q the pixel's coordinate along it, so the numerator is
+// (w / (n . L)^2) (|q|^2 U U' + (R q) n') L, with U the plane's basis and R the
+// part of the pixels off the plane. The matrix in brackets does not depend on
+// L: it is found once per iteration, and the refit weighs it by w / (n . L)^2.
+//
+// The signed shares, not the decomposition's clamped ones: clamped shares leave
+// residuals that drag the refit towards the body colours of the pixels they
+// were cut from. The weight is how clearly the patch spans a plane: a patch of
+// one colour without a highlight has only noise for a second direction, and
+// many such patches (a bright matte floor) would otherwise outvote the few
+// with highlights.
+struct refit_part {
+  arma::mat numerator;  // bands x bands, the bracket above
+  arma::vec across;     // n
+  double weight = 0.0;  // w
+};
+
+refit_part patch_refit_part(const patch_plane& plane, const arma::vec& diffuse) {
+  refit_part part;
+  if (plane.basis.n_cols != 2) {
+    // One band: a line, not a plane; the patch has no say in the refit.
+    return part;
+  }
+  const arma::vec d = plane.basis.t() * diffuse;
+  const arma::vec across_d{d(1), -d(0)};
+  const arma::rowvec q = across_d.t() * plane.coordinates;
+  const arma::vec off_plane = (plane.spectra - plane.basis * plane.coordinates) * q.t();
+  part.across = plane.basis * across_d;
+  part.numerator = arma::dot(q, q) * plane.basis * plane.basis.t() + off_plane * part.across.t();
+  part.weight = plane.strength;
+  return part;
+}
+
+// The refit's limit: the illuminant that the least-squares refit, repeated
+// with the shares solved anew against its own result, gives back unchanged
+// (in direction). Each refit L' = A(L) L / sum w k^2 moves the estimate only
+// part of the way when the patches' planes are nearly parallel (two warm
+// materials under a warm light), and repeating it creeps towards the limit by
+// a fraction of a degree a round; with the weights of A held, the limit is the
+// dominant eigenvector of A. The weights are then taken anew from that
+// eigenvector until the direction settles.
+//
+// When the patches' planes all but coincide (highlights on one material only),
+// they fix a plane, not a line: A has two eigenvalues within
+// `undetermined_ratio` of each other, and repeated refits would keep what the
+// estimate already holds within that plane. The estimate is then projected
+// onto the plane rather than turned to an arbitrary direction in it. The
+// estimate stays as it is when no patch can tell the illuminant from its body
+// colour.
+void refit_limit(const std::vector<refit_part>& parts, arma::vec& estimate) {
+  const arma::uword bands = estimate.n_elem;
+  for (int round = 0; round < max_refit_rounds; ++round) {
+    arma::mat refit(bands, bands, arma::fill::zeros);
+    bool any = false;
+    for (const refit_part& part : parts) {
+      if (part.weight <= 0.0) {
+        continue;
+      }
+      const double share = arma::dot(part.across, estimate);
+      // The illuminant and the body colour coincide in this plane: the patch
+      // cannot tell them apart.
+      if (!(std::abs(share) > 1e-12 * arma::norm(estimate))) {
+        continue;
+      }
+      refit += part.weight / (share * share) * part.numerator;
+      any = true;
+    }
+    arma::cx_vec values;
+    arma::cx_mat vectors;
+    if (!any || !arma::eig_gen(values, vectors, refit)) {
+      return;
+    }
+    const arma::vec strengths = arma::real(values);
+    const arma::uvec leading = arma::find(strengths >= undetermined_ratio * strengths.max());
+    arma::vec limit = arma::real(vectors.col(leading(0)));
+    if (leading.n_elem > 1) {
+      const arma::mat span = arma::real(vectors.cols(leading));
+      arma::vec along;
+      if (!arma::solve(along, span, estimate)) {
+        return;
+      }
+      limit = span * along;
+    }
+    if (arma::accu(limit) < 0.0) {
+      limit = -limit;
+    }
+    const double peak = limit.max();
+    if (!(peak > 0.0)) {
+      return;
+    }
+    limit *= estimate.max() / peak;
+    const double step = angle_degrees(estimate, limit);
+    estimate = limit;
+    if (step < settled_angle) {
+      return;
+    }
+  }
 }
 
 }  // namespace
@@ -137,7 +216,7 @@ vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothne
     // decompositions' errors are the iteration's energy.
     const vector illuminant = arma::conv_to<vector>::from(current);
     std::vector<patch_plane> fresh(second_switch ? 0 : count);
-    std::vector<arma::vec> diffuse(count);
+    std::vector<refit_part> parts(count);
     std::vector<double> energies(count, 0.0);
 #pragma omp parallel for schedule(dynamic)
     for (long i = 0; i < count; ++i) {
@@ -151,12 +230,14 @@ vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothne
       const patch_decomposition split =
           decompose_patch(second_switch ? planes[i] : fresh[i], illuminant, smoothness, verbosity);
       energies[i] = split.dichromatic_error + split.smooth_error;
-      diffuse[i] = arma::conv_to<arma::vec>::from(split.diffuse_spectrum);
+      // Second pass, on the same patch: its pixels' shares, as its part in
+      // the refit.
+      parts[i] = patch_refit_part(second_switch ? planes[i] : fresh[i],
+                                  arma::conv_to<arma::vec>::from(split.diffuse_spectrum));
     }
     if (aborted) {
       log.check_abort();
     }
-    const std::vector<patch_plane>& used = second_switch ? planes : fresh;
     // Summed in patch order, so that the result does not depend on the threads.
     double energy = 0.0;
     for (const double part : energies) {
@@ -168,29 +249,11 @@ vector recover_illuminant_HRK(const cube& I, arma::imat& patches, float smoothne
       lowest_illuminant = current;
     }
 
-    // Second and third passes: the shares and the refit, repeated with the
-    // patches' diffuse spectra held until the refit settles, so that one
-    // iteration goes as far as these spectra allow (a single round moves the
-    // estimate only a little when it starts far from the light).
-    arma::vec guess = current;
+    // Third pass: the refit, carried to its limit with the patches' diffuse
+    // spectra held. Without a specular share anywhere the pixels say nothing
+    // more about the illuminant: it stays as it is, which ends the iterations.
     next = current;
-    for (int round = 0; round < max_refit_rounds; ++round) {
-      refit_terms terms{arma::vec(bands, arma::fill::zeros), 0.0};
-      for (long i = 0; i < count; ++i) {
-        add_refit_terms(used[i], guess, diffuse[i], terms);
-      }
-      // Without a specular share anywhere the pixels say nothing more about
-      // the illuminant: it stays as it is, which ends the iterations.
-      if (!(terms.denominator > 0.0)) {
-        break;
-      }
-      next = terms.numerator / terms.denominator;
-      const double peak = next.max();
-      if (angle_degrees(guess, next) < settled_angle || peak == 0.0) {
-        break;
-      }
-      guess = next / peak * level;
-    }
+    refit_limit(parts, next);
 
     const bool settled = angle_degrees(current, next) < settled_angle ||
                          (std::isfinite(previous_energy) &&

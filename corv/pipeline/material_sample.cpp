@@ -132,6 +132,14 @@ matrix neighbourhood_coherence(const cube& s, const matrix& g) {
   return coherence;
 }
 
+arma::uword sample_block(arma::uword rows, arma::uword cols, arma::uword block) {
+  block = std::max<arma::uword>(1, block);
+  while (((rows + block - 1) / block) * ((cols + block - 1) / block) > max_sampled_pixels) {
+    block *= 2;
+  }
+  return block;
+}
+
 arma::uvec interior_sample(const cube& s, const matrix& g, arma::uword block) {
   const matrix coherence = neighbourhood_coherence(s, g);
   const arma::uword rows = s.n_rows, cols = s.n_cols;

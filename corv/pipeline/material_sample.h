@@ -19,11 +19,25 @@ namespace corv {
 // A pixel takes part when its shading is above this fraction of the 99th
 // percentile of the image's shading.
 constexpr float lit_fraction = 0.02f;
-// Its neighbourhood is (2 x radius + 1) pixels square.
-constexpr arma::uword neighbourhood_radius = 2;
+// Its neighbourhood is (2 x radius + 1) pixels square: the neighbourhood from
+// which the dichromatic split, at its default size, takes a pixel's body
+// colour. A pixel within that distance of a border or a highlight gets a body
+// colour mixed from both sides, and its reflectance drifts from its
+// material's by up to tens of degrees, smoothly enough that a smaller window
+// sees no break.
+constexpr arma::uword neighbourhood_radius = 5;
 // A pixel lies inside a smooth region when its spectrum is within this angle
 // (degrees) of the mean direction of its neighbourhood.
 constexpr double smooth_angle = 2.0;
+
+// At most this many blocks, hence pixels, take part: a few thousand spectra
+// hold every material that covers more than a few hundredths of a percent of
+// the image, and the clustering's time grows with their number.
+constexpr arma::uword max_sampled_pixels = 4096;
+
+// The side of the blocks for an image of rows x cols: `block` (2^q), doubled
+// until the blocks number at most max_sampled_pixels.
+arma::uword sample_block(arma::uword rows, arma::uword cols, arma::uword block);
 
 // Each pixel's cosine with the mean direction of the unit spectra of its
 // usable neighbours (itself included); 0 for a pixel that is not usable:

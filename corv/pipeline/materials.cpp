@@ -84,6 +84,7 @@ material_result recover_materials(const cube& s, const matrix& g, material_param
   data.height = s.n_rows;
   data.width = s.n_cols;
   const arma::uword factor = arma::uword{1} << settings.subsample;
+  const arma::uword block = sample_block(s.n_rows, s.n_cols, factor);
   if (mode == MATERIALS_SHRUNK) {
     data.height = std::max<arma::uword>(1, s.n_rows / factor);
     data.width = std::max<arma::uword>(1, s.n_cols / factor);
@@ -104,7 +105,7 @@ material_result recover_materials(const cube& s, const matrix& g, material_param
     shading = vector(const_cast<float*>(values), data.height * data.width, false, true);
   }
   const arma::uvec rows =
-      mode == MATERIALS_SAMPLED ? interior_sample(s, g, factor) : usable_rows(pixels, shading);
+      mode == MATERIALS_SAMPLED ? interior_sample(s, g, block) : usable_rows(pixels, shading);
   if (rows.empty()) {
     log_and_throw(
         "Recover Materials: No lit pixel has a spectrum to cluster (every one is zero or not "
@@ -112,8 +113,8 @@ material_result recover_materials(const cube& s, const matrix& g, material_param
   }
   if (mode == MATERIALS_SAMPLED) {
     // The sample is a grid of blocks, one pixel each: the log gives its size.
-    data.height = (s.n_rows + factor - 1) / factor;
-    data.width = (s.n_cols + factor - 1) / factor;
+    data.height = (s.n_rows + block - 1) / block;
+    data.width = (s.n_cols + block - 1) / block;
   }
   const matrix centres =
       anneal_unit_spectra(unit_rows(pixels, rows), schedule, data.height, data.width, verbosity);

@@ -6,34 +6,41 @@ namespace corv {
 namespace {
 
 TEST(material_sample_test, takes_one_interior_lit_pixel_per_block) {
-  // Two materials 30 degrees apart meet at column 8; the bottom four rows lie in
-  // deep shadow.
-  const arma::uword size = 16;
+  // Two materials 30 degrees apart meet at column 16; the bottom eight rows lie
+  // in deep shadow.
+  const arma::uword size = 32;
   cube s(size, size, 3);
   matrix g(size, size, arma::fill::ones);
   for (arma::uword c = 0; c < size; ++c) {
-    const vector spectrum = c < 8 ? vector{1.0f, 0.0f, 0.0f} : vector{0.866f, 0.5f, 0.0f};
+    const vector spectrum = c < 16 ? vector{1.0f, 0.0f, 0.0f} : vector{0.866f, 0.5f, 0.0f};
     for (arma::uword r = 0; r < size; ++r) {
       s.tube(r, c) = spectrum;
     }
   }
-  g.rows(12, 15).fill(0.001f);
+  g.rows(24, 31).fill(0.001f);
 
   const matrix coherence = neighbourhood_coherence(s, g);
   EXPECT_FLOAT_EQ(coherence(4, 2), 1.0f);
-  EXPECT_LT(coherence(4, 7), std::cos(smooth_angle * arma::datum::pi / 180.0));
-  EXPECT_EQ(coherence(14, 2), 0.0f);  // unlit
+  EXPECT_LT(coherence(4, 13), std::cos(smooth_angle * arma::datum::pi / 180.0));
+  EXPECT_EQ(coherence(28, 2), 0.0f);  // unlit
 
+  // One pixel from each lit block whose neighbourhood can stay clear of the
+  // border (6 x 6 of the 8 x 8 blocks), none within the neighbourhood's
+  // reach of it.
   const arma::uvec chosen = interior_sample(s, g, 4);
-  // One pixel from each lit block (12 of the 16), none next to the border.
-  EXPECT_EQ(chosen.n_elem, 12u);
+  EXPECT_EQ(chosen.n_elem, 36u);
   for (const arma::uword p : chosen) {
     const arma::uword r = p % size, c = p / size;
-    EXPECT_LT(r, 12u);
-    EXPECT_TRUE(c < 6 || c > 9) << r << ", " << c;
+    EXPECT_LT(r, 24u);
+    EXPECT_TRUE(c + neighbourhood_radius < 16 || c >= 16 + neighbourhood_radius) << r << ", " << c;
   }
   // Without shading every pixel is lit.
-  EXPECT_EQ(interior_sample(s, matrix(), 4).n_elem, 16u);
+  EXPECT_EQ(interior_sample(s, matrix(), 4).n_elem, 48u);
+
+  // Large images take bigger blocks, so that the sample stays within its cap.
+  EXPECT_EQ(sample_block(240, 320, 8), 8u);
+  EXPECT_EQ(sample_block(1024, 1024, 8), 16u);
+  EXPECT_EQ(sample_block(1025, 1024, 8), 32u);
 }
 
 }  // namespace

@@ -64,7 +64,6 @@ const std::vector<std::string>& tile_materials() {
 constexpr arma::uword scene_size = 120;
 constexpr arma::uword scene_tile = 40;
 constexpr double scene_exposure_fraction = 0.8;
-constexpr float flat_shading = 0.8f;
 constexpr float dome_rim = 0.45f;
 constexpr float highlight_peak = 0.3f;
 constexpr float highlight_sigma = 3.0f;
@@ -188,16 +187,6 @@ std::vector<material> library_materials(const std::vector<std::string>& names) {
     result.push_back(library_material(name));
   }
   return result;
-}
-
-cube scene::reflectance() const {
-  cube S(I.n_rows, I.n_cols, wavelengths.n_elem);
-  for (arma::uword c = 0; c < I.n_cols; ++c) {
-    for (arma::uword r = 0; r < I.n_rows; ++r) {
-      S.tube(r, c) = materials[material_index(r, c)].reflectance;
-    }
-  }
-  return S;
 }
 
 scene_layout tiled_layout(arma::uword height, arma::uword width, arma::uword tile,
@@ -325,17 +314,6 @@ void add_noise(scene& s, float sigma, unsigned seed) {
   s.noise_sigma = sigma;
 }
 
-scene flat_scene(const vector& illuminant) {
-  return render_scene(
-      "flat",
-      tiled_layout(scene_size, scene_size, scene_tile, tile_materials().size(), flat_shading),
-      illuminant);
-}
-
-scene shaded_scene(const vector& illuminant) {
-  return render_scene("shaded", domed_layout(), illuminant);
-}
-
 scene specular_scene(const vector& illuminant, arma::uword patch) {
   scene_layout layout = domed_layout();
   add_highlights(layout, patch, highlight_peak, highlight_sigma);
@@ -359,14 +337,6 @@ scene saturated_scene(const vector& illuminant, float peak, arma::uword patch) {
   add_highlight(layout, static_cast<double>(patch) + centre,
                 4.0 * static_cast<double>(patch) + centre, peak, highlight_sigma);
   return render("saturated", layout, materials, illuminant, exposure);
-}
-
-scene quadrant_scene(const vector& illuminant) {
-  const std::vector<material> materials =
-      library_materials({"red_vinyl", "blue_pipe", "yellow_hdpe", "malachite"});
-  const scene_layout layout = tiled_layout(128, 128, 64, materials.size(), flat_shading);
-  return render("quadrants", layout, materials, illuminant,
-                exposure_for(layout, materials, illuminant, scene_exposure_fraction));
 }
 
 double angle_degrees(const vector& a, const vector& b) {

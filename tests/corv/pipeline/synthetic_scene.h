@@ -64,9 +64,6 @@ struct scene {
   std::vector<material> materials;
   float noise_sigma = 0.0f;   // standard deviation of the added noise
   arma::uword saturated = 0;  // number of samples clipped at full scale
-
-  // The true reflectance of every pixel (height x width x bands).
-  cube reflectance() const;
 };
 
 // How a scene is laid out, before rendering.
@@ -101,19 +98,15 @@ scene render(const std::string& name, const scene_layout& layout,
 void add_noise(scene& s, float sigma, unsigned seed);
 
 // The suite's scenes, all 120 x 120 x 33 on 40-pixel tiles of nine materials,
-// the brightest sample at 80 % of the full scale (before any clipping):
-scene flat_scene(const vector& illuminant);    // uniform shading, no specularity
-scene shaded_scene(const vector& illuminant);  // a shading dome on every tile
-// Domes plus one highlight centred in every cell of `patch` pixels, so that
-// every patch of that grid holds specular variation.
+// the brightest sample at 80 % of the full scale (before any clipping): a
+// shading dome on every tile and one highlight centred in every cell of
+// `patch` pixels, so that every patch of that grid holds specular variation.
 scene specular_scene(const vector& illuminant, arma::uword patch = 20);
 // The specular scene with Gaussian noise of `sigma` counts.
 scene noisy_scene(const vector& illuminant, float sigma, arma::uword patch = 20);
 // The specular scene with a second highlight of the given peak in patch (1, 4)
 // of that grid, on the brightest material, clipped at the full scale.
 scene saturated_scene(const vector& illuminant, float peak = 0.6f, arma::uword patch = 20);
-// Four flat materials in the quadrants of a 128 x 128 image.
-scene quadrant_scene(const vector& illuminant);
 
 // Angle in degrees between two spectra (0 for parallel ones).
 double angle_degrees(const vector& a, const vector& b);
