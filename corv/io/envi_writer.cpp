@@ -131,6 +131,7 @@ envi_writer::envi_writer(const std::string& data_name, arma::uword rows, arma::u
     log_and_throw("HDR_Output: Error Opening " + data_name + " for writing.",
                   "Cannot open file " + data_name + " for writing.");
   }
+  data_->reserve(static_cast<std::uint64_t>(rows) * cols * bands_ * type_size_);
 }
 
 envi_writer::~envi_writer() = default;
