@@ -96,22 +96,27 @@ void rank_tiles(const image_view& image, const reference_angles& angles, arma::u
   float* out_values = best_values.memptr();
   float* out_numbers = best_numbers.memptr();
 
+  // Band planes go four tiles down a column at a time, so that each band's
+  // values of them lie together.
+  const arma::uword block_rows = image.interleaved ? tile : 4 * tile;
   for_each_row_block(
-      rows, tile,
-      [&](arma::uword first, arma::uword end) {
+      rows, block_rows,
+      [&](arma::uword first_row, arma::uword end_row) {
         auto pixel_values = make_pixel();
         std::vector<double> cosines(n * tile), lengths(tile);
         std::vector<arma::uword> order(n * tile);
         for (arma::uword c = 0; c < cols; ++c) {
-          const pixel_tile pixels = tile_at(image, first, end, c);
-          angles.cosines(pixels, cosines.data(), lengths.data());
-          rank_tile_by_cosine(cosines.data(), n, k, order.data());
-          for (arma::uword p = 0; p < pixels.pixels; ++p) {
-            const arma::uword at = first + p + c * rows;
-            pixel_values(cosines.data() + p, lengths[p], order.data() + p, k, out_values + at,
-                         plane);
-            for (arma::uword i = 0; i < k; ++i) {
-              out_numbers[at + i * plane] = static_cast<float>(order[i * tile + p] + 1);
+          for (arma::uword first = first_row; first < end_row; first += tile) {
+            const pixel_tile pixels = tile_at(image, first, std::min(first + tile, end_row), c);
+            angles.cosines(pixels, cosines.data(), lengths.data());
+            rank_tile_by_cosine(cosines.data(), n, k, order.data());
+            for (arma::uword p = 0; p < pixels.pixels; ++p) {
+              const arma::uword at = first + p + c * rows;
+              pixel_values(cosines.data() + p, lengths[p], order.data() + p, k, out_values + at,
+                           plane);
+              for (arma::uword i = 0; i < k; ++i) {
+                out_numbers[at + i * plane] = static_cast<float>(order[i * tile + p] + 1);
+              }
             }
           }
         }
