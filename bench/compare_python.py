@@ -23,7 +23,7 @@ processor time (every thread's, the kernel's included), and whether each goal
 is met by wall-clock time; the exit status is 1 when one is not. On a machine
 that other work keeps busy, the processor-time ratio is the steadier one.
 
-    PYTHONPATH=build/python /usr/bin/python3 bench/compare_python.py [--repeats 3]
+    PYTHONPATH=build/python /usr/bin/python3 bench/compare_python.py [--repeats 5]
 """
 
 import argparse
@@ -93,7 +93,7 @@ def spy_sam(cube, references):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    parser.add_argument("--repeats", type=int, default=3)
+    parser.add_argument("--repeats", type=int, default=5)
     args = parser.parse_args()
 
     cube, references = make_cube()

@@ -7,6 +7,8 @@
 #include <numeric>
 #include <vector>
 
+#include "corv/io/instruction_sets.h"
+
 namespace corv {
 
 namespace {
@@ -168,17 +170,11 @@ __attribute__((target("avx2"))) void rank_tile_avx2(const double* cosines, arma:
   rank_tile_by<double4, long4>(cosines, n, k, order);
 }
 
-rank_tile_function chosen_rank_tile() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx2") ? rank_tile_avx2 : rank_tile_baseline;
-}
+const rank_tile_function rank_tile =
+    processor_has(instruction_set::avx2_fma) ? rank_tile_avx2 : rank_tile_baseline;
 #else
-rank_tile_function chosen_rank_tile() {
-  return rank_tile_baseline;
-}
+const rank_tile_function rank_tile = rank_tile_baseline;
 #endif
-
-const rank_tile_function rank_tile = chosen_rank_tile();
 
 }  // namespace
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "corv/io/instruction_sets.h"
+
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #include <xmmintrin.h>
@@ -173,23 +175,13 @@ __attribute__((target("avx512f,fma"))) void tile_sums_avx512(const double* value
   tile_sums_by<double8, 4>(values, length, weights, count, out, squares);
 }
 
-tile_sums_function chosen_tile_sums() {
-  __builtin_cpu_init();
-  if (__builtin_cpu_supports("avx512f")) {
-    return tile_sums_avx512;
-  }
-  if (__builtin_cpu_supports("avx") && __builtin_cpu_supports("fma")) {
-    return tile_sums_fma;
-  }
-  return tile_sums_baseline;
-}
+const tile_sums_function tile_sums = processor_has(instruction_set::avx512) ? tile_sums_avx512
+                                     : processor_has(instruction_set::avx2_fma)
+                                         ? tile_sums_fma
+                                         : tile_sums_baseline;
 #else
-tile_sums_function chosen_tile_sums() {
-  return tile_sums_baseline;
-}
+const tile_sums_function tile_sums = tile_sums_baseline;
 #endif
-
-const tile_sums_function tile_sums = chosen_tile_sums();
 
 }  // namespace
 

@@ -10,6 +10,8 @@
 #include <immintrin.h>
 #endif
 
+#include "corv/io/instruction_sets.h"
+
 namespace corv {
 
 namespace {
@@ -127,17 +129,11 @@ __attribute__((target("avx2"))) void transpose_avx2(const float* line_major,
   transpose_edge(line_major, line_stride, whole_rows, rows, 0, cols, column_major, column_stride);
 }
 
-transpose_function chosen_transpose() {
-  __builtin_cpu_init();
-  return __builtin_cpu_supports("avx2") ? transpose_avx2 : transpose_baseline;
-}
+const transpose_function transpose =
+    processor_has(instruction_set::avx2_fma) ? transpose_avx2 : transpose_baseline;
 #else
-transpose_function chosen_transpose() {
-  return transpose_baseline;
-}
+const transpose_function transpose = transpose_baseline;
 #endif
-
-const transpose_function transpose = chosen_transpose();
 
 }  // namespace
 
