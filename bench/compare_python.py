@@ -18,10 +18,12 @@ load falls on all alike):
 
 The reads' peak memory (what the read adds to the process at its highest, in
 a fresh process, as a multiple of the cube) is measured too. Prints the table
-with the ratio peer / corv (above 1: corv is faster) and whether each goal is
-met; the exit status is 1 when one is not.
+with the ratios peer / corv (above 1: corv is faster) of wall-clock time and of
+processor time (every thread's, the kernel's included), and whether each goal
+is met by wall-clock time; the exit status is 1 when one is not. On a machine
+that other work keeps busy, the processor-time ratio is the steadier one.
 
-    PYTHONPATH=build/python /usr/bin/python3 bench/compare_python.py [--repeats 3]
+    PYTHONPATH=build/python /usr/bin/python3 bench/compare_python.py [--repeats 5]
 """
 
 import argparse
@@ -91,7 +93,7 @@ def spy_sam(cube, references):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
-    parser.add_argument("--repeats", type=int, default=3)
+    parser.add_argument("--repeats", type=int, default=5)
     args = parser.parse_args()
 
     cube, references = make_cube()
@@ -133,6 +135,7 @@ def main():
              lambda: corv.sam(cube, waves, references), lambda: corv.sam(fortran, waves, references),
              4.0),
         ]
+        # Per row and path: (wall-clock, processor) seconds of each timed round.
         times = {row[0]: ([], [], []) for row in rows}
         for round_number in range(args.repeats + 1):
             for name, _, peer, mine, mine_fortran, _ in rows:
@@ -143,12 +146,13 @@ def main():
                         # Each write starts with no dirty pages of the one before it,
                         # whose writeback would otherwise slow it down.
                         os.sync()
-                    start = time.perf_counter()
+                    start, start_cpu = time.perf_counter(), time.process_time()
                     result = run()
                     elapsed = time.perf_counter() - start
+                    elapsed_cpu = time.process_time() - start_cpu
                     del result
                     if round_number > 0:  # the first round only warms up
-                        times[name][slot].append(elapsed)
+                        times[name][slot].append((elapsed, elapsed_cpu))
 
         peaks = (peak_of("spectral.io.envi.open(hdr, hdr[:-4] + '.fla').load()", header) / nbytes,
                  peak_of("corv.hdr_input(hdr).I()", header) / nbytes)
@@ -156,18 +160,22 @@ def main():
     load = os.getloadavg()[0]
     print(f"{ROWS} x {COLS} x {BANDS} float32 cube ({nbytes / 2**20:.0f} MiB), numpy C order; "
           f"medians of {args.repeats}; load average {load:.1f}\n")
-    print("| work | peer | corv through Python | ratio (>1: corv faster) | goal |")
-    print("|---|---|---|---|---|")
+    print("| work | peer | corv through Python | ratio (>1: corv faster) | processor-time ratio "
+          "| goal |")
+    print("|---|---|---|---|---|---|")
     failed = False
     for name, peer_name, _, _, mine_fortran, goal in rows:
-        peer_time, corv_time, fortran_time = (
-            statistics.median(t) if t else None for t in times[name])
+        (peer_time, corv_time, fortran_time), (peer_cpu, corv_cpu, fortran_cpu) = (
+            [statistics.median(t[kind] for t in path) if path else None for path in times[name]]
+            for kind in (0, 1))
         ratio = peer_time / corv_time
         corv_text = f"{corv_time:.3f} s"
         ratio_text = f"{ratio:.2f}"
+        cpu_text = f"{peer_cpu / corv_cpu:.2f}"
         if fortran_time is not None:
             corv_text += f" (Fortran order: {fortran_time:.3f} s)"
             ratio_text += f" ({peer_time / fortran_time:.2f})"
+            cpu_text += f" ({peer_cpu / fortran_cpu:.2f})"
         peer_text = f"{peer_name} {peer_time:.3f} s"
         if name.startswith("read"):
             peer_text += f", peak {peaks[0]:.1f}x cube"
@@ -175,7 +183,7 @@ def main():
         met = ratio >= goal and (not name.startswith("read") or peaks[1] <= 1.2)
         failed |= not met
         goal_text = f"{goal:g}x" + (", peak <= 1.2x" if name.startswith("read") else "")
-        print(f"| {name} | {peer_text} | {corv_text} | {ratio_text} | "
+        print(f"| {name} | {peer_text} | {corv_text} | {ratio_text} | {cpu_text} | "
               f"{goal_text}: {'met' if met else 'NOT MET'} |")
     return 1 if failed else 0
 

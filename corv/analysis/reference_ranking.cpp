@@ -27,14 +27,15 @@ namespace {
 
 constexpr arma::uword tile = tile_products::tile;
 
-// Writes the angles of a pixel's k best references.
+// Writes the angles of a pixel's k best references. A pixel's cosine with
+// reference j is cosines[j * tile], its ranking order[i * tile].
 class angle_values {
  public:
   explicit angle_values(arma::uword) {}
   void operator()(const double* cosines, double, const arma::uword* order, arma::uword k,
                   float* values, arma::uword plane) {
     for (arma::uword i = 0; i < k; ++i) {
-      values[i * plane] = angle_degrees(cosines[order[i]]);
+      values[i * plane] = angle_degrees(cosines[order[i * tile] * tile]);
     }
   }
 };
@@ -54,11 +55,11 @@ class mixture_fractions {
                   float* values, arma::uword plane) {
     const arma::uword n = gram_.n_rows;
     for (arma::uword i = 0; i < k; ++i) {
-      const arma::uword ri = order[i];
+      const arma::uword ri = order[i * tile];
       // reference . pixel = cosine x both lengths
-      correlation_[i] = cosines[ri] * length * lengths_(ri);
+      correlation_[i] = cosines[ri * tile] * length * lengths_(ri);
       for (arma::uword j = 0; j < k; ++j) {
-        chosen_gram_[i + j * k] = gram_.memptr()[ri + order[j] * n];
+        chosen_gram_[i + j * k] = gram_.memptr()[ri + order[j * tile] * n];
       }
     }
     solver_.solve(chosen_gram_.data(), k, correlation_.data(), k, length * length, weights_.data());
@@ -79,8 +80,9 @@ class mixture_fractions {
 };
 
 // The driver over the image: the cosines of a tile of pixels with every
-// reference at once, then each pixel's ranking and its values. Band planes go
-// by tiles of 16 rows of a column; interleaved pixels by 16 columns of a line.
+// reference at once, the ranking of all its pixels at once, then each pixel's
+// values. Tiles are 16 rows of a column in either layout, so that each
+// thread writes whole cache lines of the results.
 template <typename Pixel>
 void rank_tiles(const image_view& image, const reference_angles& angles, arma::uword k,
                 cube& values, cube& numbers, row_share share, const Pixel& make_pixel) {
@@ -94,37 +96,28 @@ void rank_tiles(const image_view& image, const reference_angles& angles, arma::u
   float* out_values = best_values.memptr();
   float* out_numbers = best_numbers.memptr();
 
-  const auto block_rows = image.interleaved ? arma::uword{1} : tile;
+  // Band planes go four tiles down a column at a time, so that each band's
+  // values of them lie together.
+  const arma::uword block_rows = image.interleaved ? tile : 4 * tile;
   for_each_row_block(
       rows, block_rows,
-      [&](arma::uword first, arma::uword end) {
+      [&](arma::uword first_row, arma::uword end_row) {
         auto pixel_values = make_pixel();
-        std::vector<double> cosines(n * tile), lengths(tile), pixel(n);
-        std::vector<arma::uword> order(n);
-        // Pixel p of the tile is at first_at + p * step in a plane.
-        const auto rank = [&](const pixel_tile& pixels, arma::uword first_at, arma::uword step) {
-          angles.cosines(pixels, cosines.data(), lengths.data());
-          for (arma::uword p = 0; p < pixels.pixels; ++p) {
-            for (arma::uword j = 0; j < n; ++j) {
-              pixel[j] = cosines[j * tile + p];
+        std::vector<double> cosines(n * tile), lengths(tile);
+        std::vector<arma::uword> order(n * tile);
+        for (arma::uword c = 0; c < cols; ++c) {
+          for (arma::uword first = first_row; first < end_row; first += tile) {
+            const pixel_tile pixels = tile_at(image, first, std::min(first + tile, end_row), c);
+            angles.cosines(pixels, cosines.data(), lengths.data());
+            rank_tile_by_cosine(cosines.data(), n, k, order.data());
+            for (arma::uword p = 0; p < pixels.pixels; ++p) {
+              const arma::uword at = first + p + c * rows;
+              pixel_values(cosines.data() + p, lengths[p], order.data() + p, k, out_values + at,
+                           plane);
+              for (arma::uword i = 0; i < k; ++i) {
+                out_numbers[at + i * plane] = static_cast<float>(order[i * tile + p] + 1);
+              }
             }
-            rank_by_cosine(pixel.data(), n, k, order.data());
-            const arma::uword at = first_at + p * step;
-            pixel_values(pixel.data(), lengths[p], order.data(), k, out_values + at, plane);
-            for (arma::uword i = 0; i < k; ++i) {
-              out_numbers[at + i * plane] = static_cast<float>(order[i] + 1);
-            }
-          }
-        };
-        if (image.interleaved) {
-          for (arma::uword r = first; r < end; ++r) {
-            for (arma::uword c = 0; c < cols; c += tile) {
-              rank(line_tile_at(image, r, c), r + c * rows, rows);
-            }
-          }
-        } else {
-          for (arma::uword c = 0; c < cols; ++c) {
-            rank(tile_at(image, first, end, c), first + c * rows, 1);
           }
         }
       },

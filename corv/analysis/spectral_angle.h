@@ -22,6 +22,12 @@ float spectral_angle(const vector& a, const vector& b);
 // (the rest is workspace).
 void rank_by_cosine(const double* cosines, arma::uword n, arma::uword k, arma::uword* order);
 
+// The same for the 16 pixels of a tile at once (pixels past the tile's count
+// are ranked too, harmlessly): the cosine of reference j with pixel p at
+// cosines[j * tile_products::tile + p], pixel p's ranking to order[i *
+// tile_products::tile + p] for i < k; order holds n such rows.
+void rank_tile_by_cosine(const double* cosines, arma::uword n, arma::uword k, arma::uword* order);
+
 // The references of one run, scaled to unit length once, and the cosines of
 // the angles between them and a tile of pixels.
 class reference_angles {

@@ -3,6 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
+#include "corv/io/instruction_sets.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#include <xmmintrin.h>
+#endif
+
 namespace corv {
 
 pixel_tile tile_at(const cube& data, arma::uword first_row, arma::uword end_row, arma::uword col) {
@@ -11,16 +18,14 @@ pixel_tile tile_at(const cube& data, arma::uword first_row, arma::uword end_row,
 
 pixel_tile tile_at(const image_view& data, arma::uword first_row, arma::uword end_row,
                    arma::uword col) {
+  const bool last = col + 1 == data.cols;
+  if (data.interleaved) {
+    const float* first = data.data + (first_row * data.cols + col) * data.bands;
+    return {first, 1, end_row - first_row, last ? nullptr : first + data.bands,
+            data.cols * data.bands};
+  }
   const float* first = data.data + first_row + col * data.rows;
-  return {first, data.rows * data.cols, end_row - first_row,
-          col + 1 < data.cols ? first + data.rows : nullptr};
-}
-
-pixel_tile line_tile_at(const image_view& data, arma::uword row, arma::uword first_col) {
-  const float* first = data.data + (row * data.cols + first_col) * data.bands;
-  const arma::uword pixels = std::min(tile_products::tile, data.cols - first_col);
-  const bool last = row + 1 == data.rows && first_col + pixels == data.cols;
-  return {first, 1, pixels, last ? nullptr : first + pixels * data.bands, data.bands};
+  return {first, data.rows * data.cols, end_row - first_row, last ? nullptr : first + data.rows};
 }
 
 tile_products::tile_products(const arma::mat& vectors)
@@ -32,26 +37,21 @@ namespace {
 
 static_assert(tile_products::tile == 16, "the sums below cover a tile of 16 pixels");
 
-// sum[p] = sum over b of weights[b] * x[b * 16 + p] (for squares: of
-// x[b * 16 + p] squared), p < 16, in vectors of type V (GCC and Clang vector
-// types). The 16 sums stay in registers across the bands; compilers left to
-// themselves vectorise over the bands instead and spill.
-template <typename V, bool squares>
-inline __attribute__((always_inline)) void tile_sum(const double* x, const double* weights,
-                                                    arma::uword bands, double* sum) {
+// sum[p] = sum over b of x[b * 16 + p] squared, p < 16, in vectors of type V
+// (GCC and Clang vector types). The 16 sums stay in registers across the
+// bands; compilers left to themselves vectorise over the bands instead and
+// spill.
+template <typename V>
+inline __attribute__((always_inline)) void tile_squares(const double* x, arma::uword bands,
+                                                        double* sum) {
   constexpr int lanes = sizeof(V) / sizeof(double);
   constexpr int count = 16 / lanes;
   V acc[count] = {};
   for (arma::uword b = 0; b < bands; ++b) {
-    const double* xb = x + b * 16;
     for (int i = 0; i < count; ++i) {
       V v;
-      std::memcpy(&v, xb + i * lanes, sizeof v);
-      if (squares) {
-        acc[i] += v * v;
-      } else {
-        acc[i] += v * weights[b];
-      }
+      std::memcpy(&v, x + b * 16 + i * lanes, sizeof v);
+      acc[i] += v * v;
     }
   }
   for (int i = 0; i < count; ++i) {
@@ -59,8 +59,85 @@ inline __attribute__((always_inline)) void tile_sum(const double* x, const doubl
   }
 }
 
-// out[i * 16 + p] for i < count: the weighted sums of vector i; for squares,
-// the one sum of squares instead.
+// sum[r * 16 + p] = sum over b of weights[r * bands + b] * x[b * 16 + p], for
+// the `group` vectors r and p < 16: each value of x, once loaded, serves the
+// whole group. Every sum is accumulated band after band, whatever the group.
+template <typename V, int group>
+inline __attribute__((always_inline)) void tile_sum_group(const double* x, const double* weights,
+                                                          arma::uword bands, double* sum) {
+  constexpr int lanes = sizeof(V) / sizeof(double);
+  constexpr int count = 16 / lanes;
+  V acc[group][count] = {};
+  for (arma::uword b = 0; b < bands; ++b) {
+    V v[count];
+#pragma GCC unroll 8
+    for (int i = 0; i < count; ++i) {
+      std::memcpy(&v[i], x + b * 16 + i * lanes, sizeof(V));
+    }
+#pragma GCC unroll 8
+    for (int r = 0; r < group; ++r) {
+      const double w = weights[r * bands + b];
+#pragma GCC unroll 8
+      for (int i = 0; i < count; ++i) {
+        acc[r][i] += v[i] * w;
+      }
+    }
+  }
+#pragma GCC unroll 8
+  for (int r = 0; r < group; ++r) {
+#pragma GCC unroll 8
+    for (int i = 0; i < count; ++i) {
+      std::memcpy(sum + r * 16 + i * lanes, &acc[r][i], sizeof(V));
+    }
+  }
+}
+
+// out[i * 16 + p] for i < count: the weighted sums of vector i, `group`
+// vectors at a time; for squares, the one sum of squares instead.
+template <typename V, int group>
+inline __attribute__((always_inline)) void tile_sums_by(const double* values, arma::uword length,
+                                                        const double* weights, arma::uword count,
+                                                        double* out, bool squares) {
+  if (squares) {
+    tile_squares<V>(values, length, out);
+    return;
+  }
+  arma::uword i = 0;
+  for (; i + group <= count; i += group) {
+    tile_sum_group<V, group>(values, weights + i * length, length, out + i * 16);
+  }
+  for (; i < count; ++i) {
+    tile_sum_group<V, 1>(values, weights + i * length, length, out + i * 16);
+  }
+}
+
+// Four spectra of `bands` values each, pixel_stride apart, into the tile in
+// double (value b of spectrum p to x[b * 16 + p]): four bands of the four at a
+// time are turned in registers, so that each store writes four pixels.
+void gather_four(const float* first, arma::uword pixel_stride, arma::uword bands, double* x) {
+  arma::uword b = 0;
+#if defined(__SSE2__)
+  const float* q[4] = {first, first + pixel_stride, first + 2 * pixel_stride,
+                       first + 3 * pixel_stride};
+  for (; b + 4 <= bands; b += 4) {
+    __m128 v0 = _mm_loadu_ps(q[0] + b), v1 = _mm_loadu_ps(q[1] + b);
+    __m128 v2 = _mm_loadu_ps(q[2] + b), v3 = _mm_loadu_ps(q[3] + b);
+    _MM_TRANSPOSE4_PS(v0, v1, v2, v3);
+    const __m128 band[4] = {v0, v1, v2, v3};
+    for (int i = 0; i < 4; ++i) {
+      double* to = x + (b + i) * 16;
+      _mm_storeu_pd(to, _mm_cvtps_pd(band[i]));
+      _mm_storeu_pd(to + 2, _mm_cvtps_pd(_mm_movehl_ps(band[i], band[i])));
+    }
+  }
+#endif
+  for (; b < bands; ++b) {
+    for (arma::uword p = 0; p < 4; ++p) {
+      x[b * 16 + p] = first[p * pixel_stride + b];
+    }
+  }
+}
+
 using tile_sums_function = void (*)(const double*, arma::uword, const double*, arma::uword, double*,
                                     bool);
 
@@ -69,63 +146,68 @@ typedef double double2 __attribute__((vector_size(16)));
 
 void tile_sums_baseline(const double* values, arma::uword length, const double* weights,
                         arma::uword count, double* out, bool squares) {
-  if (squares) {
-    tile_sum<double2, true>(values, nullptr, length, out);
-    return;
-  }
-  for (arma::uword i = 0; i < count; ++i) {
-    tile_sum<double2, false>(values, weights + i * length, length, out + i * 16);
-  }
+  tile_sums_by<double2, 1>(values, length, weights, count, out, squares);
 }
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 // Four doubles to a register and a multiply-add in one step, for processors
 // with AVX and FMA; the library itself is built for the common baseline, so
 // this version is compiled for them alone and chosen when the library loads.
+// Two vectors at a time keep 8 sums, the 4 values and the weights in the 16
+// registers.
 typedef double double4 __attribute__((vector_size(32)));
 
 __attribute__((target("avx,fma"))) void tile_sums_fma(const double* values, arma::uword length,
                                                       const double* weights, arma::uword count,
                                                       double* out, bool squares) {
-  if (squares) {
-    tile_sum<double4, true>(values, nullptr, length, out);
-    return;
-  }
-  for (arma::uword i = 0; i < count; ++i) {
-    tile_sum<double4, false>(values, weights + i * length, length, out + i * 16);
-  }
+  tile_sums_by<double4, 2>(values, length, weights, count, out, squares);
 }
 
-tile_sums_function chosen_tile_sums() {
-  __builtin_cpu_init();
-  if (__builtin_cpu_supports("avx") && __builtin_cpu_supports("fma")) {
-    return tile_sums_fma;
-  }
-  return tile_sums_baseline;
+// Eight doubles to a register, for processors with AVX-512: four vectors at a
+// time.
+typedef double double8 __attribute__((vector_size(64)));
+
+__attribute__((target("avx512f,fma"))) void tile_sums_avx512(const double* values,
+                                                             arma::uword length,
+                                                             const double* weights,
+                                                             arma::uword count, double* out,
+                                                             bool squares) {
+  tile_sums_by<double8, 4>(values, length, weights, count, out, squares);
 }
+
+const tile_sums_function tile_sums = processor_has(instruction_set::avx512) ? tile_sums_avx512
+                                     : processor_has(instruction_set::avx2_fma)
+                                         ? tile_sums_fma
+                                         : tile_sums_baseline;
 #else
-tile_sums_function chosen_tile_sums() {
-  return tile_sums_baseline;
-}
+const tile_sums_function tile_sums = tile_sums_baseline;
 #endif
-
-const tile_sums_function tile_sums = chosen_tile_sums();
 
 }  // namespace
 
 void tile_products::compute(const pixel_tile& pixels, double* products, double* squares) const {
-  // The tile in double, band after band; pixels past the end of the tile stay
-  // zero, so that the loops always run over a whole tile and vectorise. Each
-  // band's values of a tile share a cache line or two, far from the next
+  // The tile in double, band after band; pixels past the end of a part tile
+  // are zero, so that the loops always run over a whole tile and vectorise.
+  // Each band's values of a tile share a cache line or two, far from the next
   // band's: fetching the next tile's lines now hides most of the wait.
   std::vector<double>& x = workspace();
-  x.assign(bands_ * tile, 0.0);
+  x.resize(bands_ * tile);
+  if (pixels.pixels < tile) {
+    std::fill(x.begin(), x.end(), 0.0);
+  }
   if (pixels.pixel_stride != 1) {
     // Pixel after pixel, each spectrum read in order.
     if (pixels.next != nullptr) {
       __builtin_prefetch(pixels.next);
     }
-    for (arma::uword p = 0; p < pixels.pixels; ++p) {
+    arma::uword p = 0;
+    if (pixels.band_stride == 1) {
+      for (; p + 4 <= pixels.pixels; p += 4) {
+        gather_four(pixels.first + p * pixels.pixel_stride, pixels.pixel_stride, bands_,
+                    x.data() + p);
+      }
+    }
+    for (; p < pixels.pixels; ++p) {
       const float* pixel = pixels.first + p * pixels.pixel_stride;
       for (arma::uword b = 0; b < bands_; ++b) {
         x[b * tile + p] = pixel[b * pixels.band_stride];

@@ -20,15 +20,11 @@ struct pixel_tile {
 };
 
 // The tile of rows first_row .. end_row - 1 (at most tile_products::tile of
-// them) in column col of a cube, or of an image in band planes; the tile of
-// the next column follows it.
+// them) in column col of a cube or an image of either layout; the tile of the
+// next column follows it.
 pixel_tile tile_at(const cube& data, arma::uword first_row, arma::uword end_row, arma::uword col);
 pixel_tile tile_at(const image_view& data, arma::uword first_row, arma::uword end_row,
                    arma::uword col);
-// The tile of columns first_col .. first_col + tile - 1 (fewer at the end of
-// the line) in line row of an interleaved image; the next tile of the line,
-// or the first of the next line, follows it.
-pixel_tile line_tile_at(const image_view& data, arma::uword row, arma::uword first_col);
 
 // Dot products of pixel spectra with a fixed set of vectors, a tile of pixels
 // at a time. A cube stores each band as a column-major plane, so the pixels of

@@ -17,7 +17,8 @@ namespace corv {
 
 namespace {
 
-// Large enough that a band or several go out in one call.
+// Large enough that a band or several of lines given a band at a time go out
+// in one call.
 constexpr std::size_t staged_capacity = std::size_t{8} << 20;
 
 // Integer types hold trunc(x / largest * type maximum); what cannot be
@@ -130,7 +131,7 @@ envi_writer::envi_writer(const std::string& data_name, arma::uword rows, arma::u
     log_and_throw("HDR_Output: Error Opening " + data_name + " for writing.",
                   "Cannot open file " + data_name + " for writing.");
   }
-  staged_.resize(staged_capacity);
+  data_->reserve(static_cast<std::uint64_t>(rows) * cols * bands_ * type_size_);
 }
 
 envi_writer::~envi_writer() = default;
@@ -140,21 +141,26 @@ void envi_writer::fail() const {
   log_and_throw("HDR_Output: Error during data file writing.", "Error writing HDR data file.");
 }
 
-void envi_writer::flush() {
-  if (staged_bytes_ == 0) {
-    return;
-  }
+void envi_writer::put(const char* bytes, std::size_t count, std::uint64_t offset) {
   std::ofstream& stream = data_->stream();
-  if (position_ != staged_offset_) {
-    stream.seekp(static_cast<std::streamoff>(staged_offset_));
+  if (position_ != offset) {
+    stream.seekp(static_cast<std::streamoff>(offset));
   }
-  stream.write(staged_.data(), static_cast<std::streamsize>(staged_bytes_));
+  stream.write(bytes, static_cast<std::streamsize>(count));
   if (!stream) {
     data_->close();  // notes the system's reason while errno still holds it
     fail();
   }
-  position_ = staged_offset_ + staged_bytes_;
+  position_ = offset + count;
+}
+
+void envi_writer::flush() {
+  if (staged_bytes_ == 0) {
+    return;
+  }
+  const std::size_t bytes = staged_bytes_;
   staged_bytes_ = 0;
+  put(staged_.data(), bytes, staged_offset_);
 }
 
 char* envi_writer::stage(std::size_t bytes, std::uint64_t offset) {
@@ -165,8 +171,8 @@ char* envi_writer::stage(std::size_t bytes, std::uint64_t offset) {
   if (staged_bytes_ == 0) {
     staged_offset_ = offset;
   }
-  if (bytes > staged_.size()) {
-    staged_.resize(bytes);
+  if (staged_.size() < std::max(bytes, staged_capacity)) {
+    staged_.resize(std::max(bytes, staged_capacity));
   }
   char* to = staged_.data() + staged_bytes_;
   staged_bytes_ += bytes;
@@ -175,30 +181,32 @@ char* envi_writer::stage(std::size_t bytes, std::uint64_t offset) {
 
 void envi_writer::write_slice(const float* slice, arma::uword count, arma::uword band,
                               arma::uword first_row) {
-  // A quarter megabyte of lines at a time, turned while they are still in the cache;
-  // floats are turned straight into the staged bytes.
+  flush();
+  // A quarter megabyte of lines at a time, turned while they are still in the
+  // cache and written from there, so that the system's copy into the file
+  // reads the cache too.
   const arma::uword chunk = std::max<arma::uword>(
       16, (std::size_t{256} << 10) / (sizeof(float) * std::max<arma::uword>(cols_, 1)));
+  const std::size_t piece = static_cast<std::size_t>(std::min(chunk, count)) * cols_;
+  lines_.resize(std::max(lines_.size(), piece));
   if (data_type_ != 4) {
-    lines_.resize(static_cast<std::size_t>(std::min(chunk, count)) * cols_);
+    stored_.resize(std::max(stored_.size(), piece * type_size_));
   }
   for (arma::uword row = 0; row < count; row += chunk) {
     const arma::uword n = std::min(chunk, count - row);
     const std::size_t values = static_cast<std::size_t>(n) * cols_;
-    const std::uint64_t offset =
-        (static_cast<std::uint64_t>(band) * rows_ + first_row + row) * cols_ * type_size_;
-    if (data_type_ == 4) {
-      transpose_into(slice + row, count, cols_, n,
-                     reinterpret_cast<float*>(stage(values * 4, offset)), cols_);
-    } else {
-      transpose_into(slice + row, count, cols_, n, lines_.data(), cols_);
-      store(lines_.data(), values, offset);
+    transpose_into(slice + row, count, cols_, n, lines_.data(), cols_);
+    const char* bytes = reinterpret_cast<const char*>(lines_.data());
+    if (data_type_ != 4) {
+      convert(lines_.data(), values, stored_.data());
+      bytes = stored_.data();
     }
+    put(bytes, values * type_size_,
+        (static_cast<std::uint64_t>(band) * rows_ + first_row + row) * cols_ * type_size_);
   }
 }
 
-void envi_writer::store(const float* lines, std::size_t count, std::uint64_t offset) {
-  char* to = stage(count * type_size_, offset);
+void envi_writer::convert(const float* lines, std::size_t count, char* to) const {
   switch (data_type_) {
     case 1:
       store_values<std::uint8_t>(lines, count, largest_, to);
@@ -219,7 +227,8 @@ void envi_writer::write_band_lines(const float* lines, arma::uword count, arma::
                                    arma::uword first_row) {
   const std::uint64_t offset =
       (static_cast<std::uint64_t>(band) * rows_ + first_row) * cols_ * type_size_;
-  store(lines, static_cast<std::size_t>(count) * cols_, offset);
+  const std::size_t values = static_cast<std::size_t>(count) * cols_;
+  convert(lines, values, stage(values * type_size_, offset));
 }
 
 void envi_writer::write_rows(const cube& block, arma::uword first_row) {

@@ -46,11 +46,13 @@ class envi_writer {
  private:
   // Writes `count` lines of a band from a column-major slice of that many rows.
   void write_slice(const float* slice, arma::uword count, arma::uword band, arma::uword first_row);
-  // Stores lines of floats in the data type at a byte offset of the data file.
-  void store(const float* lines, std::size_t count, std::uint64_t offset);
+  // Lines of floats in the data type, into `to`.
+  void convert(const float* lines, std::size_t count, char* to) const;
   // Room for `bytes` at a byte offset of the data file, in the staged bytes.
   char* stage(std::size_t bytes, std::uint64_t offset);
   void flush();
+  // Writes bytes at a byte offset of the data file.
+  void put(const char* bytes, std::size_t count, std::uint64_t offset);
   [[noreturn]] void fail() const;
 
   arma::uword rows_, cols_, bands_;
@@ -59,13 +61,15 @@ class envi_writer {
   double largest_ = 0.0;
   std::unique_ptr<safe_file> header_;
   std::unique_ptr<safe_file> data_;
-  // Stored values wait here until a write that does not follow on, or a full
-  // buffer, sends them to the file in one call.
+  // Lines given a band at a time wait here until a write that does not follow
+  // on, or a full buffer, sends them to the file in one call.
   std::vector<char> staged_;
   std::size_t staged_bytes_ = 0;
   std::uint64_t staged_offset_ = 0;
   std::uint64_t position_ = 0;  // of the data file's stream
+  // A piece of a slice turned into lines, and stored in the data type.
   std::vector<float> lines_;
+  std::vector<char> stored_;
 };
 
 // The data file hdr_output writes for a file name: the name itself, or for a

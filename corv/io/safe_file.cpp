@@ -1,5 +1,6 @@
 #include "corv/io/safe_file.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -43,6 +44,35 @@ void safe_file::note_failure() {
   if (reason_.empty()) {
     reason_ = errno != 0 ? std::strerror(errno) : "write failed";
   }
+}
+
+void safe_file::reserve(std::uint64_t bytes) {
+#if defined(__linux__)
+  // A descriptor of its own: the stream keeps its own hidden.
+  class descriptor {
+   public:
+    explicit descriptor(const std::string& name)
+        : number_(::open(name.c_str(), O_WRONLY | O_CLOEXEC)) {}
+    ~descriptor() {
+      if (number_ >= 0) {
+        ::close(number_);
+      }
+    }
+    descriptor(const descriptor&) = delete;
+    descriptor& operator=(const descriptor&) = delete;
+    int number() const { return number_; }
+
+   private:
+    int number_;
+  };
+  const descriptor file(file_.name());
+  if (stream_.is_open() && file.number() >= 0 && bytes > 0) {
+    static_cast<void>(
+        ::fallocate(file.number(), FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(bytes)));
+  }
+#else
+  static_cast<void>(bytes);
+#endif
 }
 
 bool safe_file::close() {

@@ -1,6 +1,7 @@
 #ifndef CORV_IO_SAFE_FILE_H
 #define CORV_IO_SAFE_FILE_H
 
+#include <cstdint>
 #include <fstream>
 #include <string>
 
@@ -38,6 +39,11 @@ class safe_file {
 
   bool is_open() const { return stream_.is_open(); }
   std::ofstream& stream() { return stream_; }
+  // Asks the file system for room for a file of `bytes` up front, where it
+  // can give it: a file written in many pieces then costs it less work and
+  // lies in one piece on disk. The size stays that of what is written, and a
+  // refusal only forgoes the saving.
+  void reserve(std::uint64_t bytes);
   // Flushes and closes; false when any write failed.
   bool close();
   // Moves the finished file to its target name; false on failure.

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <vector>
 
 #include "tests/corv/test_support.h"
 
@@ -44,6 +45,36 @@ TEST(spectral_angle_test, ranking_puts_the_largest_cosine_first_and_nan_last) {
   rank_by_cosine(cosines, 6, 2, order);
   EXPECT_EQ(order[0], 1u);
   EXPECT_EQ(order[1], 3u);
+}
+
+// A tile ranks each of its pixels as rank_by_cosine ranks that pixel alone,
+// through ties, NaN, any number of results and more than a tile's worth.
+TEST(spectral_angle_test, a_tile_ranks_every_pixel_as_it_ranks_alone) {
+  constexpr arma::uword tile = tile_products::tile, n = 20;
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  arma::arma_rng::set_seed(3);
+  std::vector<double> cosines(n * tile);
+  for (arma::uword j = 0; j < n; ++j) {
+    for (arma::uword p = 0; p < tile; ++p) {
+      // Four levels, so that most cosines tie; pixel 5 is all NaN, pixel 6 all equal.
+      const double level = std::floor(arma::randu() * 4.0) / 4.0 - 0.5;
+      cosines[j * tile + p] = p == 5 || (j + p) % 7 == 0 ? nan : p == 6 ? 0.25 : level;
+    }
+  }
+  for (const arma::uword k : {1, 5, 16, 20}) {
+    std::vector<arma::uword> order(n * tile), alone(n);
+    rank_tile_by_cosine(cosines.data(), n, k, order.data());
+    for (arma::uword p = 0; p < tile; ++p) {
+      std::vector<double> pixel(n);
+      for (arma::uword j = 0; j < n; ++j) {
+        pixel[j] = cosines[j * tile + p];
+      }
+      rank_by_cosine(pixel.data(), n, k, alone.data());
+      for (arma::uword i = 0; i < k; ++i) {
+        EXPECT_EQ(order[i * tile + p], alone[i]) << "k " << k << " pixel " << p << " rank " << i;
+      }
+    }
+  }
 }
 
 TEST(spectral_angle_test, tile_cosines_match_the_angle_of_each_pixel) {
