@@ -101,7 +101,9 @@ class workspace_test : public QObject {
         QCOMPARE(memory.material_elements().n_cols, arma::uword(2));
       }
       std::vector<std::string> names;
-      for (const corv::zip_member& member : corv::read_zip(file.toStdString())) {
+      const QTemporaryDir extracted;
+      for (const corv::zip_entry& member :
+           corv::extract_zip(file.toStdString(), extracted.path().toStdString())) {
         names.push_back(member.name);
         QCOMPARE(member.comment, std::string("no comment"));
       }
