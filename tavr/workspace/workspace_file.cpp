@@ -6,6 +6,7 @@
 #include <QFileInfo>
 #include <QSet>
 #include <exception>
+#include <fstream>
 #include <vector>
 
 #include "corv/io/component_selection.h"
@@ -14,6 +15,7 @@
 #include "corv/io/hdr_output.h"
 #include "corv/io/hsz_input.h"
 #include "corv/io/hsz_output.h"
+#include "corv/io/safe_file.h"
 #include "corv/io/zip_archive.h"
 #include "tavr/image/image_exporter.h"
 #include "tavr/image/open_image_controller.h"
@@ -84,8 +86,17 @@ QString dotted_suffix(const QString& path) {
 }
 
 void copy_into(const QString& source, const QString& target) {
-  if (!QFile::copy(source, target)) {
-    throw std::runtime_error("workspace: Cannot copy " + source.toStdString() + ".");
+  std::ifstream in(source.toStdString(), std::ios::binary);
+  corv::safe_file out(target.toStdString());
+  std::vector<char> piece(1 << 20);
+  while (in && out.is_open() && out.stream()) {
+    in.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+    out.stream().write(piece.data(), in.gcount());
+  }
+  const bool read = in.eof();
+  if (!out.close() || !read || !out.commit()) {
+    throw std::runtime_error("workspace: Cannot copy " + source.toStdString() + ": " +
+                             (out.reason().empty() ? "cannot read it" : out.reason()));
   }
 }
 
