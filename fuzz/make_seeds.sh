@@ -8,7 +8,7 @@ out=$2
 source_dir="$(cd "$(dirname "$0")/.." && pwd)"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-mkdir -p "$out"/{envi,library_csv,band_maths,hsz,slz}
+mkdir -p "$out"/{envi,library_csv,band_maths,hsz,slz,workspace}
 
 "$corv" prepare "$source_dir/data/sample/sample.hdr" -o "$work/small.fla" --crop 0,0,7,9 \
   --remove-bands "$(seq -s, 8 32)" >/dev/null
@@ -44,3 +44,11 @@ done
   --set max_clusters=3 >/dev/null 2>&1
 "$corv" process "$work/small.hdr" -o "$out/hsz/curves.hsz" --illuminant gray-world --materials \
   --set max_clusters=3 --set nurbs_encoding=1 >/dev/null 2>&1
+
+# Workspaces of the viewer and their records (fuzz/mutate_files.py writes them).
+tavrel="$(dirname "$corv")/tavrel"
+if [ -x "$tavrel" ]; then
+  /usr/bin/python3 -c 'import sys; sys.path.insert(0, sys.argv[1]); import mutate_files as m
+m.write_workspace_seeds(*sys.argv[2:])' "$(dirname "$0")" "$tavrel" "$work/small.hdr" \
+    "$out/hsz/raw.hsz" "$out/workspace"
+fi

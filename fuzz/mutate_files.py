@@ -8,19 +8,24 @@ temporary file) behind. Anything else is a finding: the mutant is kept under
 --keep with a line in findings.txt, and the script exits with status 1.
 
     fuzz/mutate_files.py --build build --count 300 --tools cli,python,viewer
+
+Workspace files (tvw) are read by the viewer only.
 """
 
 import argparse
 import collections
+import io
 import os
 import random
 import re
 import shutil
 import signal
+import struct
 import subprocess
 import sys
 import tempfile
 import time
+import zipfile
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SOURCE = os.path.dirname(HERE)
@@ -102,15 +107,97 @@ def mutate_formula(rng):
     return base.decode()
 
 
+def mutate_workspace(data, rng, escape_name):
+    """A workspace archive changed as a whole, or rebuilt with its record or one
+    member changed, a member left out, or a member of a hostile name added."""
+    if rng.random() < 0.2:
+        return mutate_bytes(data, rng)
+    with zipfile.ZipFile(io.BytesIO(data)) as archive:
+        members = [(info.filename, archive.read(info)) for info in archive.infolist()]
+    choice = rng.random()
+    i = rng.randrange(len(members))
+    if choice < 0.45:
+        i = [name for name, _ in members].index("tavrel.dat")
+        members[i] = (members[i][0], mutate_bytes(members[i][1], rng))
+    elif choice < 0.75:
+        name, content = members[i]
+        change = mutate_text if name.endswith(".hdr") else mutate_bytes
+        members[i] = (name, change(content, rng))
+    elif choice < 0.85:
+        del members[i]
+    else:
+        name = rng.choice([escape_name, "/" + escape_name.lstrip("./"), "a/" + escape_name,
+                           members[i][0]])
+        members.append((name, members[i][1]))
+    out = io.BytesIO()
+    with zipfile.ZipFile(out, "w", zipfile.ZIP_DEFLATED, compresslevel=1) as archive:
+        for name, content in members:
+            archive.writestr(zipfile.ZipInfo(name), content, zipfile.ZIP_DEFLATED)
+    return out.getvalue()
+
+
+def labelled_workspace_record(image):
+    """A workspace record of one image with a polygon label, written the way
+    QDataStream writes it: what the viewer's own files look like once labelled."""
+
+    def text(value):
+        data = value.encode("utf-16-be")
+        return struct.pack(">I", len(data)) + data
+
+    def value(type_id, payload):
+        return struct.pack(">Ib", type_id, 0) + payload
+
+    def count(n):
+        return struct.pack(">i", n)
+
+    bool_type, int_type, map_type, colour_type, polygon_type = 1, 2, 8, 67, 86
+    label = value(map_type, count(4)
+                  + text("checked") + value(bool_type, b"\1")
+                  + text("colour") + value(colour_type, struct.pack(">bHHHHH", 1, 0xFFFF, 0x0A0A,
+                                                                    0xC8C8, 0x1E1E, 0))
+                  + text("polygon") + value(polygon_type, count(4) + struct.pack(
+                      ">8d", 1, 1, 5, 1, 5, 4, 1, 1))
+                  + text("selected") + value(bool_type, b"\0"))
+    return (struct.pack(">Ii", 0xA0B0C0D0, 1000) + count(1) + text(image)
+            + count(1) + label + text("grass") + text("Pipeline settings:")
+            + count(1) + text("grass")
+            + count(1) + text("crop") + struct.pack(">6d", 1, 1, 4, 4, 100, 100) + count(0)
+            + count(1) + text("library.slz")
+            + count(2) + text("component=1") + text("scale=2")
+            + value(map_type, count(1) + text("current") + value(int_type, count(0))))
+
+
+def write_workspace_seeds(tavrel, image, hsz, folder):
+    """Workspaces of the viewer (referring to the image, carrying it and an HSZ
+    file, and one with a label), each with its record beside it."""
+    os.makedirs(folder, exist_ok=True)
+    env = dict(os.environ, QT_QPA_PLATFORM="offscreen")
+    refers, portable = os.path.join(folder, "refers.tvw"), os.path.join(folder, "portable.tvw")
+    run([tavrel, "--save-workspace", refers, image], env=env)
+    run([tavrel, "--save-workspace", portable, "--portable", image, hsz], env=env)
+    labelled = os.path.join(folder, "labelled.tvw")
+    with zipfile.ZipFile(portable) as source, zipfile.ZipFile(labelled, "w") as target:
+        for info in source.infolist():
+            content = source.read(info)
+            if info.filename == "tavrel.dat":
+                content = labelled_workspace_record(os.path.basename(image))
+            target.writestr(info, content)
+    for archive in (refers, portable, labelled):
+        with open(archive[:-4] + ".dat", "wb") as record:
+            record.write(zipfile.ZipFile(archive).read("tavrel.dat"))
+    return [refers, portable, labelled]
+
+
 # ------------------------------------------------------------------ seeds
 
 
 def run(command, **kw):
+    """Runs a command that must succeed, quietly."""
     return subprocess.run(command, check=True, stdout=subprocess.DEVNULL,
                           stderr=subprocess.DEVNULL, **kw)
 
 
-def make_seeds(corv, folder):
+def make_seeds(corv, tavrel, folder):
     """Small files of every kind, written by this system from the bundled sample."""
     sample = os.path.join(SOURCE, "data", "sample", "sample.hdr")
     small = os.path.join(folder, "small.fla")
@@ -137,6 +224,10 @@ def make_seeds(corv, folder):
         "components": [os.path.join(folder, "parts")],
         "bandmath": [os.path.join(folder, "small.hdr")],
     }
+    if os.path.exists(tavrel):
+        seeds["tvw"] = write_workspace_seeds(tavrel, os.path.join(folder, "small.hdr"),
+                                             os.path.join(folder, "raw.hsz"),
+                                             os.path.join(folder, "workspaces"))
     tiff = os.path.join(folder, "small.tif")
     if shutil.which("gdal_translate"):
         run(["gdal_translate", "-q", "-of", "GTiff", small, tiff])
@@ -168,6 +259,13 @@ def mutant(kind, seed, rng, folder):
             f.write(data)
         return os.path.join(target, "small")
     stem, extension = os.path.splitext(os.path.basename(seed))
+    if kind == "tvw":
+        target = os.path.join(folder, stem + extension)
+        with open(seed, "rb") as f:
+            data = mutate_workspace(f.read(), rng, "../" + ESCAPE)
+        with open(target, "wb") as f:
+            f.write(data)
+        return target
     if kind in ("envi-header", "envi-data", "sli"):
         for companion in (".hdr", ".fla", ".sli"):
             source = os.path.join(os.path.dirname(seed), stem + companion)
@@ -190,6 +288,10 @@ def mutant(kind, seed, rng, folder):
 # ------------------------------------------------------------------ runners
 
 LIBRARY_KINDS = ("slz", "csv", "sli")
+VIEWER_KINDS = ("tvw",)  # read only by the viewer
+# The name of a workspace member that tries to lead out of the folder it is
+# extracted into; it must never appear beside that folder.
+ESCAPE = "corv-escaped-member-%d" % os.getpid()
 
 
 def cli_commands(corv, kind, target, out):
@@ -317,7 +419,7 @@ def main():
     parser.add_argument("--build", default=os.path.join(SOURCE, "build"))
     parser.add_argument("--count", type=int, default=200, help="mutants per kind and tool")
     parser.add_argument("--kinds", default="hsz,slz,csv,sli,envi-header,envi-data,tiff,"
-                        "components,bandmath")
+                        "components,bandmath,tvw")
     parser.add_argument("--tools", default="cli,python")
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--timeout", type=float, default=60.0)
@@ -333,7 +435,7 @@ def main():
     work = tempfile.mkdtemp(prefix="corv-mutants-")
     seeds_dir = os.path.join(work, "seeds")
     os.makedirs(seeds_dir)
-    seeds = make_seeds(corv, seeds_dir)
+    seeds = make_seeds(corv, tavrel, seeds_dir)
     for extra in args.add_seed:
         kind, path = extra.split("=", 1)
         copy = os.path.join(seeds_dir, "extra-" + os.path.basename(path))
@@ -358,6 +460,8 @@ def main():
                 shutil.rmtree(out, ignore_errors=True)
                 os.makedirs(out)
                 problems = []
+                if tool in ("cli", "python") and kind in VIEWER_KINDS:
+                    continue
                 if tool == "cli":
                     for command in cli_commands(corv, kind, target, out):
                         problem = check_command(command, out, args.timeout)
@@ -372,6 +476,10 @@ def main():
                     problem = check_command(command, out, args.timeout, viewer_env)
                     if problem and not problem.startswith("refused but left"):
                         problems.append(problem)
+                    escaped = os.path.join(tempfile.gettempdir(), ESCAPE)
+                    if os.path.exists(escaped):
+                        os.remove(escaped)
+                        problems.append("a member escaped its folder: " + escaped)
                 else:
                     continue
                 tally[(kind, tool)]["runs"] += 1

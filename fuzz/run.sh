@@ -10,7 +10,7 @@ seconds=$3
 here="$(cd "$(dirname "$0")" && pwd)"
 "$here/make_seeds.sh" "$corv" "$build/seeds"
 mkdir -p "$build/findings"
-for target in envi library_csv band_maths hsz slz; do
+for target in envi library_csv band_maths hsz slz workspace; do
   mkdir -p "$build/corpus/$target"
   echo "fuzzing $target for ${seconds} s"
   # Leaks of the HDF5 and GDAL libraries' own caches are not findings.

@@ -6,10 +6,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <mutex>
+#include <stdexcept>
 #include <vector>
 
-#include "corv/io/isolated_call.h"
-#include "corv/io/logger.h"
 #include "corv/io/safe_file.h"
 
 namespace corv {
@@ -136,28 +135,35 @@ bool hdf5_file::is_hdf5(const std::string& name) {
   }
 }
 
-std::string hdf5_file::trial_read(const std::string& name, const std::function<void()>& read) {
+hdf5_file::child_read hdf5_file::read_in_child(
+    const std::string& name, const std::function<void(isolated_writer&)>& read,
+    const std::function<void(isolated_reader&)>& receive) {
   // Generous for a healthy file: 20 s and then 20 MB a second.
   std::error_code error;
   const auto bytes = std::filesystem::file_size(name, error);
   const double seconds = 20.0 + (error ? 0.0 : static_cast<double>(bytes) / 20e6);
-  const isolated_outcome outcome = run_isolated(
-      [&read] {
-        logger::instance().set_echo(false);  // this process logs what happens, once
-        read();
-      },
-      seconds, &activity());
+  const isolated_outcome outcome = run_isolated(read, receive, seconds, &activity());
+  child_read result;
   switch (outcome.how) {
+    case isolated_outcome::ending::returned:
+      result.done = true;
+      break;
+    case isolated_outcome::ending::threw:
+      throw std::runtime_error(outcome.text);
     case isolated_outcome::ending::died:
-      return "the HDF5 library crashes on it (" + outcome.text + ")";
+      result.damage = "the HDF5 library crashes on it (" + outcome.text + ")";
+      break;
     case isolated_outcome::ending::timed_out:
-      return "the HDF5 library does not finish reading it in " +
-             std::to_string(static_cast<long>(seconds)) + " s";
+      result.damage = "the HDF5 library does not finish reading it in " +
+                      std::to_string(static_cast<long>(seconds)) + " s";
+      break;
     case isolated_outcome::ending::exited:
-      return "its reading ended with " + outcome.text;
-    default:
-      return "";
+      result.damage = "its reading ended with " + outcome.text;
+      break;
+    case isolated_outcome::ending::not_run:
+      break;
   }
+  return result;
 }
 
 std::mutex& hdf5_file::activity() {

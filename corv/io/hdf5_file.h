@@ -7,6 +7,7 @@
 #include <string>
 
 #include "corv/io/hdf5_group.h"
+#include "corv/io/isolated_call.h"
 
 namespace H5 {
 class H5File;
@@ -29,13 +30,20 @@ class hdf5_file {
   // False for a missing file and for one that is not HDF5.
   static bool is_hdf5(const std::string& name);
   // HDF5 1.10 crashes or loops on some damaged metadata, which no check can
-  // rule out beforehand. So `read`, a reader of the file, runs first in a child
-  // process (run_isolated). Returns "" when it returned or threw there (the
-  // caller then reads the file itself, with the same result) or when no child
-  // could be started; else why the file is refused: "the HDF5 library crashes
-  // on it (<signal>)", "the HDF5 library does not finish reading it in <n> s"
-  // or "its reading ended with <exit status>".
-  static std::string trial_read(const std::string& name, const std::function<void()>& read);
+  // rule out beforehand. So files are read in a child process (run_isolated):
+  // `read` reads the file there and writes what it found, which `receive`
+  // takes here. What `read` throws is thrown here as std::runtime_error with
+  // the same text. `damage` is why the file is refused: "the HDF5 library
+  // crashes on it (<signal>)", "the HDF5 library does not finish reading it in
+  // <n> s" or "its reading ended with <exit status>". When no child can be
+  // started, neither `done` nor `damage` is set: the caller reads the file itself.
+  struct child_read {
+    bool done = false;
+    std::string damage;
+  };
+  static child_read read_in_child(const std::string& name,
+                                  const std::function<void(isolated_writer&)>& read,
+                                  const std::function<void(isolated_reader&)>& receive);
   // Held by every reader and writer of HDF5 files for the whole of its work,
   // so that a trial read never starts while another thread is inside HDF5 (its
   // child would find HDF5's own lock taken for good).

@@ -5,7 +5,9 @@
 #include <utility>
 
 #include "corv/io/file_path.h"
+#include "corv/io/hdf5_error.h"
 #include "corv/io/hdf5_file.h"
+#include "corv/io/isolated_call.h"
 #include "corv/io/logger.h"
 
 namespace corv {
@@ -188,6 +190,56 @@ void read_part(const hdf5_group& group, const std::string& part_name, hsz_part& 
   }
 }
 
+// A record through the pipe of a child process that read it: the same walk
+// writes it (isolated_writer, a const record) and reads it (isolated_reader).
+template <typename T>
+void transfer_block(isolated_writer& out, const quantised::block<T>& block) {
+  out.item(block.shape());
+  out.item(block.values());
+}
+
+template <typename T>
+void transfer_block(isolated_reader& in, quantised::block<T>& block) {
+  const auto shape = in.value<quantised::block_shape>();
+  std::vector<T> values;
+  in.item(values);
+  block = quantised::block<T>(shape, std::move(values));
+}
+
+template <typename Channel, typename Header>
+void transfer_endmember_header(Channel& channel, Header& header) {
+  channel.item(header.wavelengths);
+  channel.item(header.count);
+  channel.item(header.labels);
+  channel.item(header.wavelength_unit);
+}
+
+template <typename Channel, typename Record>
+void transfer(Channel& channel, Record& record) {
+  auto& header = record.header;
+  for (const auto& key : number_keys) {
+    channel.item(header.*(key.second));
+  }
+  for (const auto& key : optional_number_keys) {
+    channel.item(header.*(key.second));
+  }
+  for (const auto& key : text_keys) {
+    channel.item(header.*(key.second));
+  }
+  channel.item(header.wavelengths);
+  transfer_endmember_header(channel, record.endmembers_l);
+  transfer_endmember_header(channel, record.endmembers_s);
+  for (auto* part : {&record.k, &record.l, &record.s}) {
+    for (const array_key& key : array_keys) {
+      if (key.indexes != nullptr) {
+        transfer_block(channel, (*part).*(key.indexes));
+      } else {
+        transfer_block(channel, (*part).*(key.values));
+      }
+    }
+  }
+}
+
 }  // namespace
 
 bool hsz_record::valid() const {
@@ -233,49 +285,77 @@ bool hsz_record::load(const std::string& file_name) {
   if (file_name.empty() || !file_exists(file_name)) {
     throw std::runtime_error("HSZ Read: Invalid file name: " + file_name);
   }
-  const std::string damage = hdf5_file::trial_read(file_name, [&file_name] {
-    hsz_record trial;
-    trial.read(file_name);
-  });
-  if (!damage.empty()) {
-    throw std::runtime_error("HSZ Read: " + file_name + " is damaged: " + damage + ".");
-  }
-  return read(file_name);
-}
-
-bool hsz_record::read(const std::string& file_name) {
-  const std::lock_guard<std::mutex> hdf5_in_use(hdf5_file::activity());
-  if (!hdf5_file::is_hdf5(file_name)) {
-    throw std::runtime_error("HSZ Read: Invalid file name: " + file_name);
-  }
   hsz_record loaded;
-  try {
-    const hdf5_file file = hdf5_file::open_read_only(file_name);
-    const hdf5_group root = file.root();
-    for (const std::string& name : root.member_names()) {
-      if (name == "HDR") {
-        read_header(root.open_group(name), loaded.header);
-      } else if (name == "HDREndmembersL") {
-        read_endmember_header(root.open_group(name), loaded.endmembers_l);
-      } else if (name == "HDREndmembersS") {
-        read_endmember_header(root.open_group(name), loaded.endmembers_s);
-      } else if (name == "K") {
-        read_part(root.open_group(name), name, loaded.k);
-      } else if (name == "L") {
-        read_part(root.open_group(name), name, loaded.l);
-      } else if (name == "S") {
-        read_part(root.open_group(name), name, loaded.s);
-      } else {
-        throw std::runtime_error("HSZ Read: unknown group under root: " + name);
-      }
+  bool failed = false;
+  std::string failure, location;
+  const hdf5_file::child_read child = hdf5_file::read_in_child(
+      file_name,
+      [&file_name](isolated_writer& out) {
+        hsz_record found;
+        try {
+          found.read(file_name);
+        } catch (const hdf5_error& error) {
+          out.item(false);
+          out.item(error.text());
+          out.item(error.location());
+          return;
+        }
+        out.item(true);
+        transfer(out, std::as_const(found));
+      },
+      [&](isolated_reader& in) {
+        if (in.value<bool>()) {
+          transfer(in, loaded);
+        } else {
+          failed = true;
+          in.item(failure);
+          in.item(location);
+        }
+      });
+  if (!child.damage.empty()) {
+    throw std::runtime_error("HSZ Read: " + file_name + " is damaged: " + child.damage + ".");
+  }
+  if (!child.done) {
+    try {
+      loaded.read(file_name);
+    } catch (const hdf5_error& error) {
+      failed = true;
+      failure = error.text();
+      location = error.location();
     }
-  } catch (const hdf5_error& error) {
-    logger::instance() << "HSZ Read: " << error.text() << "\nLocation: " << error.location()
-                       << "EOL";
+  }
+  if (failed) {
+    logger::instance() << "HSZ Read: " << failure << "\nLocation: " << location << "EOL";
     return false;
   }
   *this = std::move(loaded);
   return true;
+}
+
+void hsz_record::read(const std::string& file_name) {
+  const std::lock_guard<std::mutex> hdf5_in_use(hdf5_file::activity());
+  if (!hdf5_file::is_hdf5(file_name)) {
+    throw std::runtime_error("HSZ Read: Invalid file name: " + file_name);
+  }
+  const hdf5_file file = hdf5_file::open_read_only(file_name);
+  const hdf5_group root = file.root();
+  for (const std::string& name : root.member_names()) {
+    if (name == "HDR") {
+      read_header(root.open_group(name), header);
+    } else if (name == "HDREndmembersL") {
+      read_endmember_header(root.open_group(name), endmembers_l);
+    } else if (name == "HDREndmembersS") {
+      read_endmember_header(root.open_group(name), endmembers_s);
+    } else if (name == "K") {
+      read_part(root.open_group(name), name, k);
+    } else if (name == "L") {
+      read_part(root.open_group(name), name, l);
+    } else if (name == "S") {
+      read_part(root.open_group(name), name, s);
+    } else {
+      throw std::runtime_error("HSZ Read: unknown group under root: " + name);
+    }
+  }
 }
 
 }  // namespace corv

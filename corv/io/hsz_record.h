@@ -99,14 +99,14 @@ struct hsz_record {
   // root: <name>", "Unknown HDR parameter: <name>" and "HSZ Read: unknown sub
   // group name: <name> in root group: <part>". An HDF5 failure is logged as
   // "HSZ Read: <error>\nLocation: <location>" and returns false. On failure the
-  // record is left as it was. A file on which the HDF5 library crashes or
-  // loops is refused with "HSZ Read: <name> is damaged: <why>." (see
-  // hdf5_file::trial_read).
+  // record is left as it was. The HDF5 library reads the file in a child
+  // process only: a file on which it crashes or loops is refused with "HSZ
+  // Read: <name> is damaged: <why>." (see hdf5_file::read_in_child).
   bool load(const std::string& file_name);
 
  private:
-  // load() once the file has been read in a child process.
-  bool read(const std::string& file_name);
+  // Reads the file into this (empty) record; HDF5 failures throw hdf5_error.
+  void read(const std::string& file_name);
 };
 
 }  // namespace corv

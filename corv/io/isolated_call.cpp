@@ -13,6 +13,8 @@
 #include <cstring>
 #include <exception>
 
+#include "corv/io/logger.h"
+
 namespace corv {
 
 namespace {
@@ -60,16 +62,43 @@ class pipe_ends {
   int ends_[2];
 };
 
-// The child reports on the pipe: "R" when the call returned, "T" and the text
-// when it threw. Only async-signal-safe exits from here on: no destructors of
-// objects shared with the parent, no atexit handlers, no stdio flush.
-[[noreturn]] void child(const std::function<void()>& call, int report) {
+// Writes all of it; false when the pipe is gone.
+bool write_all(int pipe, const char* at, std::size_t left) {
+  while (left > 0) {
+    const ssize_t written = ::write(pipe, at, left);
+    if (written < 0 && errno == EINTR) {
+      continue;
+    }
+    if (written <= 0) {
+      return false;
+    }
+    at += written;
+    left -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+// The pipe ended, or the time ran out, before the child's answer was complete.
+struct pipe_ended {};
+
+// The child's answer starts with 'R' (the call returned: its result follows)
+// or 'T' (it threw: the text follows). Only async-signal-safe exits from here
+// on: no destructors of objects shared with the parent, no atexit handlers, no
+// stdio flush.
+constexpr char returned_mark = 'R';
+constexpr char threw_mark = 'T';
+// The exit status of a child whose call threw after it had started writing.
+constexpr int threw_while_writing = 70;
+
+[[noreturn]] void child(const std::function<void(isolated_writer&)>& call, int report) {
   // A crash ends the child with its signal, whatever handlers this process
   // installed (a sanitizer's among them), so that it is told apart from a
   // child that exits on its own.
   for (const int crash : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT}) {
     ::signal(crash, SIG_DFL);
   }
+  ::signal(SIGPIPE, SIG_IGN);  // a parent that stopped listening is a failed write
+  logger::instance().silence();
   // What the child prints (the C library's report of a damaged heap, for one)
   // is not for the user, who hears of the ending from this process; a
   // sanitizer's report is kept for the developer.
@@ -81,26 +110,22 @@ class pipe_ends {
     }
     ::close(nowhere);
   }
-  std::string message = "R";
+  isolated_writer out(report);
+  std::string failure;
   try {
-    call();
+    call(out);
+    out.write(nullptr, 0);  // the mark, when the call wrote nothing
+    ::_exit(0);
   } catch (const std::exception& error) {
-    message = std::string("T") + error.what();
+    failure = error.what();
   } catch (...) {
-    message = "Tunknown failure";
+    failure = "unknown failure";
   }
-  const char* at = message.data();
-  std::size_t left = message.size();
-  while (left > 0) {
-    const ssize_t written = ::write(report, at, left);
-    if (written <= 0 && errno != EINTR) {
-      break;
-    }
-    if (written > 0) {
-      at += written;
-      left -= static_cast<std::size_t>(written);
-    }
+  if (out.started()) {
+    ::_exit(threw_while_writing);
   }
+  const std::string message = threw_mark + failure;
+  write_all(report, message.data(), message.size());
   ::_exit(0);
 }
 
@@ -114,7 +139,95 @@ std::string signal_text(int signal_number) {
 
 }  // namespace
 
-isolated_outcome run_isolated(const std::function<void()>& call, double seconds,
+void isolated_writer::write(const void* data, std::size_t size) {
+  if (!started_) {
+    started_ = true;
+    write(&returned_mark, 1);
+  }
+  if (!write_all(pipe_, static_cast<const char*>(data), size)) {
+    ::_exit(1);  // the parent has given up on this child
+  }
+}
+
+void isolated_writer::item(const std::string& text) {
+  items(text.data(), text.size());
+}
+
+void isolated_writer::item(const std::vector<std::string>& texts) {
+  item(static_cast<std::uint64_t>(texts.size()));
+  for (const std::string& text : texts) {
+    item(text);
+  }
+}
+
+std::size_t isolated_reader::some(void* data, std::size_t size) {
+  for (;;) {
+    const auto now = clock::now();
+    if (now >= deadline_) {
+      timed_out_ = true;
+      throw pipe_ended{};
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline_ - now).count();
+    pollfd waiting{pipe_, POLLIN, 0};
+    const int ready = ::poll(&waiting, 1, static_cast<int>(std::min<long long>(left, 1000)));
+    if (ready < 0 && errno != EINTR) {
+      throw pipe_ended{};
+    }
+    if (ready <= 0) {
+      continue;
+    }
+    const ssize_t got = ::read(pipe_, data, size);
+    if (got >= 0) {
+      return static_cast<std::size_t>(got);
+    }
+    if (errno != EINTR && errno != EAGAIN) {
+      throw pipe_ended{};
+    }
+  }
+}
+
+void isolated_reader::read(void* data, std::size_t size) {
+  auto* at = static_cast<char*>(data);
+  while (size > 0) {
+    const std::size_t got = some(at, size);
+    if (got == 0) {
+      throw pipe_ended{};
+    }
+    at += got;
+    size -= got;
+  }
+}
+
+void isolated_reader::item(std::string& text) {
+  std::vector<char> bytes;
+  item(bytes);
+  text.assign(bytes.begin(), bytes.end());
+}
+
+void isolated_reader::item(std::vector<std::string>& texts) {
+  const auto count = value<std::uint64_t>();
+  texts.clear();
+  while (texts.size() < count) {
+    texts.push_back(value<std::string>());
+  }
+}
+
+std::string isolated_reader::rest() {
+  std::string text;
+  char buffer[4096];
+  while (const std::size_t got = some(buffer, sizeof buffer)) {
+    text.append(buffer, got);
+  }
+  return text;
+}
+
+bool isolated_reader::at_end() {
+  char extra = 0;
+  return some(&extra, 1) == 0;
+}
+
+isolated_outcome run_isolated(const std::function<void(isolated_writer&)>& call,
+                              const std::function<void(isolated_reader&)>& receive, double seconds,
                               std::mutex* quiet) {
   isolated_outcome outcome;
   pipe_ends report;
@@ -122,6 +235,8 @@ isolated_outcome run_isolated(const std::function<void()>& call, double seconds,
     outcome.text = std::strerror(errno);
     return outcome;
   }
+  // Fewer trips through the pipe for a large answer; the default size otherwise.
+  ::fcntl(report.write_end(), F_SETPIPE_SZ, 1 << 20);
   if (quiet != nullptr) {
     quiet->lock();
   }
@@ -139,47 +254,47 @@ isolated_outcome run_isolated(const std::function<void()>& call, double seconds,
   }
   report.close_write();
 
-  using clock = std::chrono::steady_clock;
+  using clock = isolated_reader::clock;
   const auto deadline =
       clock::now() + std::chrono::milliseconds(static_cast<long long>(seconds * 1000.0));
-  std::string message;
-  bool finished = false;
-  while (!finished) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - clock::now()).count();
-    if (left <= 0) {
-      break;
+  isolated_reader in(report.read_end(), deadline);
+  enum class answer { returned, threw, none, unreadable } got = answer::none;
+  try {
+    const char mark = in.value<char>();
+    if (mark == returned_mark) {
+      receive(in);
+      got = in.at_end() ? answer::returned : answer::unreadable;
+    } else if (mark == threw_mark) {
+      outcome.text = in.rest();
+      got = answer::threw;
+    } else {
+      got = answer::unreadable;
     }
-    pollfd waiting{report.read_end(), POLLIN, 0};
-    const int ready = ::poll(&waiting, 1, static_cast<int>(std::min<long long>(left, 1000)));
-    if (ready < 0 && errno != EINTR) {
-      break;
-    }
-    if (ready > 0) {
-      char buffer[4096];
-      const ssize_t got = ::read(report.read_end(), buffer, sizeof buffer);
-      if (got > 0) {
-        message.append(buffer, static_cast<std::size_t>(got));
-      } else if (got == 0 || errno != EINTR) {
-        finished = true;  // the child closed its end: it has ended
-      }
-    }
+  } catch (const pipe_ended&) {
+    got = answer::none;
+  } catch (const std::exception&) {
+    got = answer::unreadable;  // what came through the pipe made no sense
   }
-  if (!finished) {
+  const bool timed_out = got == answer::none && in.timed_out();
+  if (timed_out || got == answer::unreadable) {
     ::kill(pid, SIGKILL);
   }
   int status = 0;
   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
-  if (!finished) {
+  if (timed_out) {
     outcome.how = isolated_outcome::ending::timed_out;
+    outcome.text.clear();
+  } else if (got == answer::unreadable) {
+    outcome.how = isolated_outcome::ending::exited;
+    ++exits;
+    outcome.text = "an answer that could not be read";
   } else if (WIFSIGNALED(status)) {
     outcome.how = isolated_outcome::ending::died;
     outcome.text = signal_text(WTERMSIG(status));
-  } else if (message.rfind('T', 0) == 0) {
+  } else if (got == answer::threw) {
     outcome.how = isolated_outcome::ending::threw;
-    outcome.text = message.substr(1);
-  } else if (message == "R") {
+  } else if (got == answer::returned) {
     outcome.how = isolated_outcome::ending::returned;
   } else {
     outcome.how = isolated_outcome::ending::exited;

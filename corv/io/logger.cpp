@@ -12,6 +12,9 @@ logger& logger::instance() {
 }
 
 logger& logger::operator<<(const std::string& text) {
+  if (silenced_) {
+    return *this;
+  }
   std::lock_guard<std::mutex> lock(mutex_);
   if (text == "EOL") {
     complete_line();

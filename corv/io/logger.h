@@ -39,6 +39,11 @@ class logger {
     return *this << text.str();
   }
 
+  // Drops every line from now on without taking the log's lock: for a child
+  // process made by fork, where another thread of the parent may have held the
+  // lock at that moment and holds it there for good.
+  void silence() { silenced_ = true; }
+
   std::vector<entry> entries() const;
   // The completed lines, leaving none behind (for a reader that keeps them itself).
   std::vector<entry> take_entries();
@@ -70,6 +75,7 @@ class logger {
   std::ostringstream line_;
   std::vector<entry> entries_;
   std::atomic<bool> echo_{true};
+  std::atomic<bool> silenced_{false};
   std::atomic<bool> abort_{false};
   std::atomic<int> stage_{0};
   std::atomic<int> progress_{0};

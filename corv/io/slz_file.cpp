@@ -10,6 +10,7 @@
 #include "corv/io/hdf5_error.h"
 #include "corv/io/hdf5_file.h"
 #include "corv/io/hdf5_group.h"
+#include "corv/io/isolated_call.h"
 #include "corv/io/quantised_storage.h"
 #include "corv/io/types.h"
 
@@ -79,6 +80,25 @@ bool nanometre_unit(const std::string& unit) {
 arma::mat rounded_colours(arma::mat colours) {
   colours.transform([](double value) { return std::round(value); });
   return colours;
+}
+
+// A matrix through the pipe of a child process that read it.
+template <typename M>
+void transfer_matrix(isolated_writer& out, const M& matrix) {
+  out.item(static_cast<std::uint64_t>(matrix.n_rows));
+  out.items(matrix.memptr(), matrix.n_elem);
+}
+
+template <typename M>
+void transfer_matrix(isolated_reader& in, M& matrix) {
+  const auto rows = in.value<std::uint64_t>();
+  std::vector<typename M::elem_type> values;
+  in.item(values);
+  const std::uint64_t cols = rows == 0 ? 0 : values.size() / rows;
+  if (rows * cols != values.size()) {
+    throw std::runtime_error("a matrix that does not fill its rows");
+  }
+  matrix = M(values.data(), static_cast<arma::uword>(rows), static_cast<arma::uword>(cols));
 }
 
 }  // namespace
@@ -153,26 +173,54 @@ void slz_file::save(const std::string& file_name, bool overwrite) const {
   }
 }
 
+template <typename Channel, typename File>
+void slz_file::transfer(Channel& channel, File& file) {
+  transfer_matrix(channel, file.wavelengths_);
+  channel.item(file.count_);
+  transfer_matrix(channel, file.endmembers_);
+  channel.item(file.labels_);
+  channel.item(file.unit_);
+  channel.item(file.metadata_);
+  transfer_matrix(channel, file.colours_);
+}
+
 void slz_file::load(const std::string& file_name) {
   if (file_name.empty() || !file_exists(file_name)) {
     throw std::runtime_error("Invalid file name: " + file_name);
   }
-  const std::string damage = hdf5_file::trial_read(file_name, [&file_name] {
-    slz_file trial;
-    trial.read(file_name);
-  });
-  if (!damage.empty()) {
-    throw std::runtime_error("Damaged file: " + file_name + ": " + damage + ".");
+  slz_file loaded;
+  bool old_format = false;
+  const hdf5_file::child_read child = hdf5_file::read_in_child(
+      file_name,
+      [&file_name](isolated_writer& out) {
+        slz_file found;
+        const bool old = found.read(file_name);
+        out.item(old);
+        transfer(out, std::as_const(found));
+      },
+      [&](isolated_reader& in) {
+        in.item(old_format);
+        transfer(in, loaded);
+      });
+  if (!child.damage.empty()) {
+    throw std::runtime_error("Damaged file: " + file_name + ": " + child.damage + ".");
   }
-  read(file_name);
+  if (!child.done) {
+    old_format = loaded.read(file_name);
+  }
+  if (old_format) {
+    std::cout << "Old format file - no metadata" << std::endl;
+  }
+  *this = std::move(loaded);
 }
 
-void slz_file::read(const std::string& file_name) {
+bool slz_file::read(const std::string& file_name) {
   const std::lock_guard<std::mutex> hdf5_in_use(hdf5_file::activity());
   if (!hdf5_file::is_hdf5(file_name)) {
     throw std::runtime_error("Invalid file name: " + file_name);
   }
   slz_file loaded;
+  bool old_format = false;
   bool has_endmembers = false, has_labels = false, has_header = false;
   try {
     const hdf5_file file = hdf5_file::open_read_only(file_name);
@@ -195,7 +243,7 @@ void slz_file::read(const std::string& file_name) {
         if (header.has_attribute("metadata")) {
           loaded.metadata_ = header.read_string_attribute("metadata");
         } else {
-          std::cout << "Old format file - no metadata" << std::endl;
+          old_format = true;
         }
         if (header.has_member("RGB")) {
           loaded.colours_ = rounded_colours(quantised::read_matrix(header, "RGB"));
@@ -227,6 +275,7 @@ void slz_file::read(const std::string& file_name) {
   }
   loaded.count_ = static_cast<int>(count);
   *this = std::move(loaded);
+  return old_format;
 }
 
 }  // namespace corv

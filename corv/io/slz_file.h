@@ -54,14 +54,19 @@ class slz_file {
   // and the name). HDF5 failures throw "HDF5 Error in <operation>: <text>".
   void save(const std::string& file_name, bool overwrite) const;
   // Replaces everything with the file's contents. A file without the
-  // "metadata" attribute (an older file) is accepted with a note on stdout. A
-  // file on which the HDF5 library crashes or loops is refused with "Damaged
-  // file: <name>: <why>." (see hdf5_file::trial_read).
+  // "metadata" attribute (an older file) is accepted with a note on stdout. The
+  // HDF5 library reads the file in a child process only: a file on which it
+  // crashes or loops is refused with "Damaged file: <name>: <why>." (see
+  // hdf5_file::read_in_child).
   void load(const std::string& file_name);
 
  private:
-  // load() once the file has been read in a child process.
-  void read(const std::string& file_name);
+  // Reads the file into this object; true when it is an older file without
+  // metadata.
+  bool read(const std::string& file_name);
+  // The contents through the pipe of the child that read them (see load).
+  template <typename Channel, typename File>
+  static void transfer(Channel& channel, File& file);
 
   arma::vec wavelengths_;
   int count_ = 0;

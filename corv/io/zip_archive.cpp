@@ -2,12 +2,20 @@
 
 #include <zip.h>
 
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <stdexcept>
+
+#include "corv/io/safe_file.h"
 
 namespace corv {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 [[noreturn]] void fail(const std::string& what, const std::string& reason,
                        const std::string& file_name) {
@@ -37,15 +45,6 @@ struct file_deleter {
 };
 using file_ptr = std::unique_ptr<zip_file_t, file_deleter>;
 
-archive_ptr open_archive(const std::string& file_name, int flags) {
-  int code = 0;
-  zip_t* archive = zip_open(file_name.c_str(), flags, &code);
-  if (archive == nullptr) {
-    fail("Cannot open archive", reason_of_code(code), file_name);
-  }
-  return archive_ptr(archive);
-}
-
 bool safe_member_name(const std::string& name) {
   if (name.empty() || name.front() == '/' || name.find('\\') != std::string::npos) {
     return false;
@@ -61,6 +60,106 @@ bool safe_member_name(const std::string& name) {
   return true;
 }
 
+constexpr std::uint64_t mib = std::uint64_t{1} << 20;
+constexpr std::uint64_t largest_expansion = 100;
+constexpr std::uint64_t expansion_allowance = 16 * mib;
+
+struct member_stat {
+  zip_entry entry;
+  bool folder = false;
+};
+
+// Every member's name and size, checked before anything is extracted.
+std::vector<member_stat> member_stats(zip_t* archive, const std::string& file_name,
+                                      const std::string& folder) {
+  const zip_int64_t count = zip_get_num_entries(archive, 0);
+  std::vector<member_stat> stats;
+  std::uint64_t total = 0;
+  for (zip_int64_t i = 0; i < count; ++i) {
+    const auto index = static_cast<zip_uint64_t>(i);
+    zip_stat_t stat;
+    zip_stat_init(&stat);
+    if (zip_stat_index(archive, index, 0, &stat) != 0 || (stat.valid & ZIP_STAT_NAME) == 0 ||
+        (stat.valid & ZIP_STAT_SIZE) == 0) {
+      fail("Cannot read member " + std::to_string(i + 1), reason_of(archive), file_name);
+    }
+    member_stat member;
+    member.entry.name = stat.name;
+    member.entry.size = stat.size;
+    if (!safe_member_name(member.entry.name)) {
+      fail("Unsafe member name", member.entry.name, file_name);
+    }
+    member.folder = member.entry.name.back() == '/';
+    zip_uint32_t length = 0;
+    const char* comment = zip_file_get_comment(archive, index, &length, 0);
+    if (comment != nullptr) {
+      member.entry.comment.assign(comment, length);
+    }
+    total = stat.size > UINT64_MAX - total ? UINT64_MAX : total + stat.size;
+    stats.push_back(std::move(member));
+  }
+  std::error_code error;
+  const std::uint64_t archive_size = fs::file_size(file_name, error);
+  if (!error && archive_size <= (UINT64_MAX - expansion_allowance) / largest_expansion &&
+      total > archive_size * largest_expansion + expansion_allowance) {
+    fail("Cannot extract",
+         "its members would expand to " + std::to_string(total / mib) +
+             " MiB, more than 100 times its size",
+         file_name);
+  }
+  const fs::space_info space = fs::space(folder, error);
+  if (!error && total > space.available) {
+    fail("Cannot extract",
+         "its members need " + std::to_string(total / mib) + " MiB, " + folder + " has " +
+             std::to_string(space.available / mib) + " MiB free",
+         file_name);
+  }
+  return stats;
+}
+
+// Copies one member into its file a piece at a time.
+void extract_member(zip_t* archive, zip_uint64_t index, const zip_entry& entry,
+                    const fs::path& target, const std::string& file_name) {
+  file_ptr member(zip_fopen_index(archive, index, 0));
+  if (member == nullptr) {
+    fail("Cannot read " + entry.name, reason_of(archive), file_name);
+  }
+  errno = 0;
+  std::ofstream out(target, std::ios::binary | std::ios::trunc);
+  std::vector<char> piece(1 << 16);
+  std::uint64_t done = 0;
+  for (;;) {
+    const zip_int64_t read = zip_fread(member.get(), piece.data(), piece.size());
+    if (read < 0) {
+      fail("Cannot read " + entry.name, zip_file_strerror(member.get()), file_name);
+    }
+    if (read == 0) {
+      break;
+    }
+    done += static_cast<std::uint64_t>(read);
+    if (done > entry.size) {
+      fail("Cannot read " + entry.name,
+           "it holds more than the " + std::to_string(entry.size) + " bytes it declares",
+           file_name);
+    }
+    out.write(piece.data(), static_cast<std::streamsize>(read));
+    if (!out) {
+      break;
+    }
+  }
+  out.close();
+  if (!out) {
+    fail("Cannot extract " + entry.name, errno != 0 ? std::strerror(errno) : "write failed",
+         file_name);
+  }
+  if (done != entry.size) {
+    fail("Cannot read " + entry.name,
+         "it holds " + std::to_string(done) + " of the " + std::to_string(entry.size) +
+             " bytes it declares",
+         file_name);
+  }
+}
+
 }  // namespace
 
 void write_zip(const std::string& file_name, const std::vector<zip_member>& members, int level) {
@@ -69,11 +168,18 @@ void write_zip(const std::string& file_name, const std::vector<zip_member>& memb
       fail("Unsafe member name", member.name, file_name);
     }
   }
-  archive_ptr archive = open_archive(file_name, ZIP_CREATE | ZIP_TRUNCATE);
+  temporary_file part(file_name);
+  int code = 0;
+  archive_ptr archive(zip_open(part.name().c_str(), ZIP_CREATE | ZIP_TRUNCATE, &code));
+  if (archive == nullptr) {
+    fail("Cannot write archive", reason_of_code(code), file_name);
+  }
   for (const zip_member& member : members) {
-    // libzip reads the buffer when the archive is closed; `members` outlives that.
+    // libzip reads the member when the archive is closed; `members` outlives that.
     zip_source_t* source =
-        zip_source_buffer(archive.get(), member.data.data(), member.data.size(), 0);
+        member.file.empty()
+            ? zip_source_buffer(archive.get(), member.data.data(), member.data.size(), 0)
+            : zip_source_file(archive.get(), member.file.c_str(), 0, -1);
     if (source == nullptr) {
       fail("Cannot add " + member.name, reason_of(archive.get()), file_name);
     }
@@ -92,49 +198,40 @@ void write_zip(const std::string& file_name, const std::vector<zip_member>& memb
       fail("Cannot add " + member.name, reason_of(archive.get()), file_name);
     }
   }
+  // libzip writes the archive beside the temporary name and renames it there
+  // when complete, removing what it wrote when it fails.
   if (zip_close(archive.get()) != 0) {
     fail("Cannot write archive", reason_of(archive.get()), file_name);
   }
   archive.release();  // closed: nothing left to discard
+  const std::string failure = part.commit();
+  if (!failure.empty()) {
+    fail("Cannot write archive", failure, file_name);
+  }
 }
 
-std::vector<zip_member> read_zip(const std::string& file_name) {
-  archive_ptr archive = open_archive(file_name, ZIP_RDONLY | ZIP_CHECKCONS);
-  const zip_int64_t count = zip_get_num_entries(archive.get(), 0);
-  std::vector<zip_member> members;
-  for (zip_int64_t i = 0; i < count; ++i) {
-    const auto index = static_cast<zip_uint64_t>(i);
-    zip_stat_t stat;
-    zip_stat_init(&stat);
-    if (zip_stat_index(archive.get(), index, 0, &stat) != 0) {
-      fail("Cannot read member", reason_of(archive.get()), file_name);
-    }
-    zip_member member;
-    member.name = stat.name;
-    if (!safe_member_name(member.name)) {
-      fail("Unsafe member name", member.name, file_name);
-    }
-    zip_uint32_t length = 0;
-    const char* comment = zip_file_get_comment(archive.get(), index, &length, 0);
-    if (comment != nullptr) {
-      member.comment.assign(comment, length);
-    }
-    file_ptr file(zip_fopen_index(archive.get(), index, 0));
-    if (file == nullptr) {
-      fail("Cannot read " + member.name, reason_of(archive.get()), file_name);
-    }
-    member.data.resize(stat.size);
-    zip_uint64_t done = 0;
-    while (done < stat.size) {
-      const zip_int64_t read = zip_fread(file.get(), &member.data[done], stat.size - done);
-      if (read <= 0) {
-        fail("Cannot read " + member.name, zip_file_strerror(file.get()), file_name);
-      }
-      done += static_cast<zip_uint64_t>(read);
-    }
-    members.push_back(std::move(member));
+std::vector<zip_entry> extract_zip(const std::string& file_name, const std::string& folder) {
+  int code = 0;
+  archive_ptr archive(zip_open(file_name.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &code));
+  if (archive == nullptr) {
+    fail("Cannot open archive", reason_of_code(code), file_name);
   }
-  return members;
+  const std::vector<member_stat> stats = member_stats(archive.get(), file_name, folder);
+  std::vector<zip_entry> entries;
+  for (std::size_t i = 0; i < stats.size(); ++i) {
+    const zip_entry& entry = stats[i].entry;
+    const fs::path target = fs::path(folder) / entry.name;
+    std::error_code error;
+    fs::create_directories(stats[i].folder ? target : target.parent_path(), error);
+    if (error) {
+      fail("Cannot extract " + entry.name, error.message(), file_name);
+    }
+    if (!stats[i].folder) {
+      extract_member(archive.get(), i, entry, target, file_name);
+    }
+    entries.push_back(entry);
+  }
+  return entries;
 }
 
 }  // namespace corv

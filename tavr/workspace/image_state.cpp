@@ -1,6 +1,8 @@
 #include "tavr/workspace/image_state.h"
 
 #include <QUrl>
+#include <array>
+#include <cmath>
 
 #include "tavr/image/hs_image.h"
 
@@ -98,24 +100,43 @@ void restore_image_state(hs_image& image, const QStringList& strings) {
     const QString name = text.left(split);
     const QString value = text.mid(split + 1);
     const QStringList parts = value.split(',');
+    // Numbers as written; a value that is not one, or out of range, is skipped.
+    bool ok = true;
+    const auto whole = [&ok](const QString& number, int least) {
+      bool read = false;
+      const int n = number.toInt(&read);
+      ok = ok && read && n >= least;
+      return n;
+    };
+    const auto real = [&ok](const QString& number, double least, double most) {
+      bool read = false;
+      const double x = number.toDouble(&read);
+      ok = ok && read && x >= least && x <= most;  // false for NaN too
+      return x;
+    };
+    constexpr double far = 1e9;
     if (name == "component") {
-      const int kind = value.toInt();
-      if (kind >= 0 && kind <= static_cast<int>(component_view::material_map)) {
+      const int kind = whole(value, 0);
+      if (ok && kind <= static_cast<int>(component_view::material_map)) {
         view.component = static_cast<component_view>(kind);
       }
     } else if (name == "band") {
-      view.band = value.toInt();
+      const int band = whole(value, -1);
+      view.band = ok ? band : view.band;
     } else if (name == "pc") {
-      view.pc = value.toInt();
+      const int pc = whole(value, -1);
+      view.pc = ok ? pc : view.pc;
     } else if (name == "normalisation") {
       view.normalisation =
           value == "band" ? band_normalisation::by_band : band_normalisation::by_cube;
     } else if (name == "abundance_layer") {
       view.abundance_layer = value == "1";
     } else if (name == "position" && parts.size() == 2) {
-      view.position = QPointF(parts[0].toDouble(), parts[1].toDouble());
+      const QPointF position(real(parts[0], -far, far), real(parts[1], -far, far));
+      view.position = ok ? position : view.position;
     } else if (name == "scale") {
-      view.scale = value.toDouble();
+      const double scale = real(value, 0.0, 1e4);
+      view.scale = ok ? scale : view.scale;
     } else if (name == "material_states") {
       view.material_states = flags_of(value);
     } else if (name == "material_labels") {
@@ -125,17 +146,21 @@ void restore_image_state(hs_image& image, const QStringList& strings) {
     } else if (name == "class_labels") {
       view.class_labels = texts_of(value);
     } else if (name == "data_ignore_val") {
-      r.data_ignore_val = value.toDouble();
+      const double ignored = real(value, -HUGE_VAL, HUGE_VAL);
+      r.data_ignore_val = ok ? ignored : r.data_ignore_val;
     } else if (name == "auto_rgb") {
       r.auto_rgb = value == "1";
     } else if (name == "rgb_bands" && parts.size() == 3) {
-      r.rgb_bands = {parts[0].toInt(), parts[1].toInt(), parts[2].toInt()};
+      const std::array<int, 3> bands{whole(parts[0], 0), whole(parts[1], 0), whole(parts[2], 0)};
+      r.rgb_bands = ok ? bands : r.rgb_bands;
     } else if (name == "contrast_enhancement") {
       r.contrast_enhancement = value == "1";
     } else if (name == "min_cum_val") {
-      r.min_cum_val = value.toDouble();
+      const double cut = real(value, 0.0, 1.0);
+      r.min_cum_val = ok ? cut : r.min_cum_val;
     } else if (name == "max_cum_val") {
-      r.max_cum_val = value.toDouble();
+      const double cut = real(value, 0.0, 1.0);
+      r.max_cum_val = ok ? cut : r.max_cum_val;
     } else if (name == "prepare_reflectance") {
       image.set_prepare_reflectance(value == "1");
     }

@@ -6,6 +6,7 @@
 #include <QFileInfo>
 #include <QSet>
 #include <exception>
+#include <fstream>
 #include <vector>
 
 #include "corv/io/component_selection.h"
@@ -14,6 +15,7 @@
 #include "corv/io/hdr_output.h"
 #include "corv/io/hsz_input.h"
 #include "corv/io/hsz_output.h"
+#include "corv/io/safe_file.h"
 #include "corv/io/zip_archive.h"
 #include "tavr/image/image_exporter.h"
 #include "tavr/image/open_image_controller.h"
@@ -71,14 +73,30 @@ class member_names {
   QSet<QString> taken_;
 };
 
+// Whether a name from the record names a member of the archive: relative and
+// never leading out of the folder the archive was extracted into.
+bool member_name(const QString& name) {
+  return !name.isEmpty() && QFileInfo(name).isRelative() && !name.contains('\\') &&
+         !name.split('/').contains(QStringLiteral(".."));
+}
+
 QString dotted_suffix(const QString& path) {
   const QString suffix = QFileInfo(path).suffix();
   return suffix.isEmpty() ? QString() : "." + suffix;
 }
 
 void copy_into(const QString& source, const QString& target) {
-  if (!QFile::copy(source, target)) {
-    throw std::runtime_error("workspace: Cannot copy " + source.toStdString() + ".");
+  std::ifstream in(source.toStdString(), std::ios::binary);
+  corv::safe_file out(target.toStdString());
+  std::vector<char> piece(1 << 20);
+  while (in && out.is_open() && out.stream()) {
+    in.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+    out.stream().write(piece.data(), in.gcount());
+  }
+  const bool read = in.eof();
+  if (!out.close() || !read || !out.commit()) {
+    throw std::runtime_error("workspace: Cannot copy " + source.toStdString() + ": " +
+                             (out.reason().empty() ? "cannot read it" : out.reason()));
   }
 }
 
@@ -234,16 +252,14 @@ bool save_workspace(const QString& file_name, const workspace_contents& contents
   files.removeAll(library_member);
   files.prepend(library_member);
   for (const QString& name : files) {
-    QFile file(folder.filePath(name));
-    if (!file.open(QIODevice::ReadOnly)) {
-      throw workspace_error("Save Workspace", busy);
-    }
-    members.push_back({name.toStdString(), file.readAll().toStdString(), member_comment});
+    // Read from its file while the archive is written, never held whole here.
+    members.push_back(
+        {name.toStdString(), {}, member_comment, folder.filePath(name).toStdString()});
   }
   try {
     corv::write_zip(file_name.toStdString(), members, compression_level);
-  } catch (const std::exception&) {
-    throw workspace_error("Save Workspace", busy);
+  } catch (const std::exception& error) {
+    throw workspace_error("Save Workspace", busy + "<br/><br/>Reason: " + text_of(error));
   }
   return left_out;
 }
@@ -261,21 +277,17 @@ opened_workspace open_workspace_file(const QString& file_name) {
     if (!opened.folder->isValid()) {
       throw std::runtime_error("workspace: Cannot create a folder to extract the workspace into.");
     }
-    for (const corv::zip_member& member : corv::read_zip(file_name.toStdString())) {
-      const QString path = folder.filePath(QString::fromStdString(member.name));
-      QDir().mkpath(QFileInfo(path).absolutePath());
-      QFile file(path);
-      if (!file.open(QIODevice::WriteOnly) ||
-          file.write(member.data.data(), static_cast<qint64>(member.data.size())) !=
-              static_cast<qint64>(member.data.size())) {
-        throw std::runtime_error("workspace: Cannot extract " + member.name + ".");
-      }
-    }
+    corv::extract_zip(file_name.toStdString(), folder.path().toStdString());
     QFile dat(folder.filePath(record_member));
-    if (!dat.open(QIODevice::ReadOnly)) {
+    if (!QFileInfo(dat).isFile() || !dat.open(QIODevice::ReadOnly)) {
       throw std::runtime_error("workspace: The workspace has no record (tavrel.dat).");
     }
     record = read_record(dat);
+    for (const QString& entry : record.images) {
+      if (!QFileInfo(entry).isAbsolute() && !member_name(entry)) {
+        throw std::runtime_error(damaged_record);
+      }
+    }
   } catch (const std::exception& error) {
     if (QString(error.what()).startsWith("Mismatch magic numbers")) {
       throw workspace_error("Cannot open workspace", text_of(error));
@@ -299,6 +311,9 @@ opened_workspace open_workspace_file(const QString& file_name) {
       image = std::make_shared<hs_image>(path, mode);
       replay_history(*image, record.histories[i]);
       const QString components = state_value(state, "components");
+      if (!components.isEmpty() && !member_name(components)) {
+        throw std::runtime_error(damaged_record);
+      }
       if (!components.isEmpty()) {
         restore_components(*image, folder.filePath(components));
       }

@@ -4,14 +4,19 @@
 #include <QDataStream>
 #include <QPolygonF>
 #include <QVariantMap>
+#include <cmath>
 #include <functional>
 #include <stdexcept>
 
 namespace tavr {
 
+const char* const damaged_record = "workspace: The workspace record is damaged.";
+
 namespace {
 
-const char* const damaged = "workspace: The workspace record is damaged.";
+const char* const damaged = damaged_record;
+// How deep values may nest: a label's map holds plain values.
+constexpr int value_depth = 4;
 
 template <typename T>
 void write_list(QDataStream& out, const QList<T>& items,
@@ -53,6 +58,88 @@ QStringList read_strings(QDataStream& in) {
   });
 }
 
+// Reads a value the way QDataStream writes a QVariant, but only of the plain
+// kinds a record holds, nested at most `depth` deep: a hostile record could
+// otherwise make Qt decode a picture of any size, allocate for any count it
+// names or recurse until the stack is gone.
+QVariant read_value(QDataStream& in, int depth) {
+  quint32 type = 0;
+  qint8 null = 0;
+  in >> type >> null;
+  if (in.status() != QDataStream::Ok || depth < 0) {
+    throw std::runtime_error(damaged);
+  }
+  switch (type) {
+    case QMetaType::UnknownType:
+      return QVariant();
+    case QMetaType::QVariantMap: {
+      QVariantMap map;
+      const qint32 count = read_count(in);
+      for (qint32 i = 0; i < count; ++i) {
+        QString key;
+        in >> key;
+        map.insert(key, read_value(in, depth - 1));
+      }
+      return map;
+    }
+    case QMetaType::QVariantList:
+      return read_list<QVariant>(in, [&in, depth] { return read_value(in, depth - 1); });
+    case QMetaType::QStringList:
+      return read_strings(in);
+    case QMetaType::QPolygonF: {
+      QPolygonF polygon;
+      const qint32 count = read_count(in);
+      if (count > in.device()->bytesAvailable() / 16) {
+        throw std::runtime_error(damaged);
+      }
+      polygon.reserve(count);
+      for (qint32 i = 0; i < count; ++i) {
+        double x = 0;
+        double y = 0;
+        in >> x >> y;
+        polygon.append(QPointF(x, y));
+      }
+      return polygon;
+    }
+    case QMetaType::Bool:
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+    case QMetaType::Double:
+    case QMetaType::QString:
+    case QMetaType::QPointF:
+    case QMetaType::QRectF:
+    case QMetaType::QColor: {
+      // Fixed sizes, or a text that Qt reads a piece at a time.
+      QVariant value(static_cast<int>(type), nullptr);
+      if (!QMetaType::load(in, static_cast<int>(type), value.data())) {
+        throw std::runtime_error(damaged);
+      }
+      return value;
+    }
+    default:
+      throw std::runtime_error(damaged);
+  }
+}
+
+// Numbers of a preparation step that the image could not take: not finite,
+// beyond what a picture coordinate can be, or a resize that would enlarge.
+bool impossible_step(const operation_record& step) {
+  const QRectF& r = step.rectangle;
+  for (const double value : {r.x(), r.y(), r.width(), r.height()}) {
+    if (!std::isfinite(value) || std::fabs(value) > 1e9) {
+      return true;
+    }
+  }
+  for (const double percent : {step.width_percent, step.height_percent}) {
+    if (!(percent > 0.0 && percent <= 100.0)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void write_strings(QDataStream& out, const QStringList& texts) {
   write_list<QString>(out, texts, [&out](const QString& text) { out << text; });
 }
@@ -73,9 +160,16 @@ bool label_from_entry(const QVariant& value, const QString& text, polygon_label&
   if (!map.contains("polygon") || !map.contains("colour")) {
     return false;
   }
+  const QPolygonF polygon = map.value("polygon").value<QPolygonF>();
+  for (const QPointF& point : polygon) {
+    if (!std::isfinite(point.x()) || !std::isfinite(point.y()) || std::fabs(point.x()) > 1e9 ||
+        std::fabs(point.y()) > 1e9) {
+      return false;
+    }
+  }
   label.label = text;
   label.colour = map.value("colour").value<QColor>();
-  label.polygon = map.value("polygon").value<QPolygonF>();
+  label.polygon = polygon;
   label.checked = map.value("checked", true).toBool();
   label.selected = map.value("selected", false).toBool();
   return true;
@@ -125,7 +219,8 @@ workspace_record read_record(QIODevice& device) {
   for (int i = 0; i < images; ++i) {
     record.labels.append(read_list<QPair<QVariant, QString>>(in, [&in] {
       QPair<QVariant, QString> entry;
-      in >> entry.first >> entry.second;
+      entry.first = read_value(in, value_depth);
+      in >> entry.second;
       return entry;
     }));
   }
@@ -150,6 +245,9 @@ workspace_record read_record(QIODevice& device) {
         return band;
       });
       step.bands = QVector<qint32>(bands.begin(), bands.end());
+      if (impossible_step(step)) {
+        throw std::runtime_error(damaged);
+      }
       return step;
     }));
   }
@@ -157,7 +255,7 @@ workspace_record read_record(QIODevice& device) {
   for (int i = 0; i < images; ++i) {
     record.states.append(read_strings(in));
   }
-  in >> record.workspace;
+  record.workspace = read_value(in, value_depth);
   if (in.status() != QDataStream::Ok) {
     throw std::runtime_error(damaged);
   }

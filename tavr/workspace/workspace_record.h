@@ -43,12 +43,17 @@ QVariant label_entry(const polygon_label& label);
 // The label back from its value and text; false when the value is not such a map.
 bool label_from_entry(const QVariant& value, const QString& text, polygon_label& label);
 
+// "workspace: The workspace record is damaged."
+extern const char* const damaged_record;
+
 // Writes the record with QDataStream's default version and byte order; every
 // count is a signed 32-bit integer before its elements.
 void write_record(QIODevice& device, const workspace_record& record);
 // Reads a record. A first integer other than the magic number throws
 // "Mismatch magic numbers. Cannot open workspace."; a record that ends early or
-// holds impossible counts throws "workspace: The workspace record is damaged.".
+// holds impossible counts or values throws damaged_record. Values are read
+// only of the plain kinds a record holds (maps, lists, numbers, texts, colours,
+// points, rectangles and polygons), nested at most four deep.
 workspace_record read_record(QIODevice& device);
 
 }  // namespace tavr

@@ -13,6 +13,7 @@
 #include "corv/io/library_csv.h"
 #include "corv/io/logger.h"
 #include "corv/io/spectral_library.h"
+#include "corv/io/zip_archive.h"
 #include "corv/pipeline/pipeline.h"
 #include "tests/corv/io/hsz_test_scene.h"
 #include "tests/corv/test_support.h"
@@ -54,6 +55,12 @@ TEST(safe_file_test, every_writer_fails_with_the_reason_and_leaves_nothing_behin
   const spectral_library library(matrix(400, 30, arma::fill::randu),
                                  std::vector<std::string>(30, "grass"),
                                  test::linear_wavelengths(400));
+  std::string noise(9000, '\0');  // bytes that deflate cannot shrink
+  std::uint32_t state = 1;
+  for (char& byte : noise) {
+    state = state * 1664525u + 1013904223u;
+    byte = static_cast<char>(state >> 24);
+  }
   const std::vector<std::pair<std::string, std::function<void()>>> writers = {
       {"hsz_output: Could not save " + dir / "a.hsz" + ": File too large",
        [&] { hsz_output().write(image, dir / "a.hsz"); }},
@@ -62,6 +69,10 @@ TEST(safe_file_test, every_writer_fails_with_the_reason_and_leaves_nothing_behin
        [&] { write_library_csv(library, dir / "a.csv"); }},
       {"Error writing HDR data file.", [&] { hdr_output(false, 4).write(large, dir / "a.fla"); }},
       {"Error writing HDR data file.", [&] { component_output().write(large, dir / "set/a"); }},
+      {"zip_archive: Cannot write archive: Write error: File too large (" + dir / "a.tvw" + ")",
+       [&] {
+         write_zip(dir / "a.tvw", {{"a", noise, ""}}, 1);
+       }},
   };
   const file_size_limit limit(4000);
   for (const auto& [text, write] : writers) {

@@ -3,61 +3,75 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "tests/corv/test_support.h"
 
 namespace corv {
 namespace {
 
+using test::read_bytes;
 using test::temp_dir;
 using test::thrown_text;
-
-std::string file_text(const std::string& name) {
-  std::ifstream in(name, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using test::write_text;
 
 TEST(zip_archive, members_come_back_with_their_comments_and_replace_the_old_file) {
   const temp_dir dir;
   const std::string file = dir / "a.zip";
   const std::string large(100000, 'x');
   write_zip(file, {{"one.dat", "first", "no comment"}, {"two.bin", large, ""}}, 1);
-  write_zip(file, {{"tavrel.dat", std::string("\0\1\2", 3), "no comment"}, {"big", large, "c"}}, 1);
-  const std::vector<zip_member> members = read_zip(file);
-  ASSERT_EQ(members.size(), 2u);
-  EXPECT_EQ(members[0].name, "tavrel.dat");
-  EXPECT_EQ(members[0].data, std::string("\0\1\2", 3));
-  EXPECT_EQ(members[0].comment, "no comment");
-  EXPECT_EQ(members[1].data, large);
+  write_zip(file, {{"tavrel.dat", std::string("\0\1\2", 3), "no comment"}, {"d/big", large, "c"}},
+            1);
   EXPECT_LT(std::filesystem::file_size(file), 2000u);  // deflated
+  const std::vector<zip_entry> entries = extract_zip(file, dir.str());
+  ASSERT_EQ(entries.size(), 2u);
+  EXPECT_EQ(entries[0].name, "tavrel.dat");
+  EXPECT_EQ(entries[0].comment, "no comment");
+  EXPECT_EQ(entries[1].size, large.size());
+  EXPECT_EQ(read_bytes(dir / "tavrel.dat"), std::string("\0\1\2", 3));
+  EXPECT_EQ(read_bytes(dir / "d/big"), large);
+  EXPECT_FALSE(std::filesystem::exists(dir / "one.dat"));
 }
 
-TEST(zip_archive, refusals) {
+// The same bytes with a text replaced everywhere (a member's name is in the
+// archive twice, and no checksum covers it).
+void replace_all(const std::string& file, const std::string& from, const std::string& to) {
+  std::string bytes = read_bytes(file);
+  for (auto at = bytes.find(from); at != std::string::npos; at = bytes.find(from, at)) {
+    bytes.replace(at, from.size(), to);
+  }
+  write_text(file, bytes);
+}
+
+TEST(zip_archive, hostile_and_damaged_archives_are_refused_before_they_are_extracted) {
   const temp_dir dir;
+  const temp_dir out;
   const std::string text = dir / "text.zip";
-  std::ofstream(text) << "not an archive";
-  EXPECT_EQ(thrown_text([&] { read_zip(text); }),
-            "zip_archive: Cannot open archive: Not a zip archive (" + text + ")");
-  const std::string unsafe = dir / "unsafe.zip";
+  write_text(text, "not an archive");
+  const std::string escape = dir / "escape.zip";
+  write_zip(escape, {{"xx/escape", "x", ""}}, 1);
+  replace_all(escape, "xx/escape", "../escape");
+  const std::string bomb = dir / "bomb.zip";  // 40 MiB of zeros in about 40 KiB
+  write_zip(bomb, {{"zeros", std::string(40 << 20, '\0'), ""}}, 9);
+  const std::string truncated = dir / "truncated.zip";
+  write_text(truncated, read_bytes(escape).substr(0, 60));
+  const std::vector<std::pair<std::string, std::string>> refusals = {
+      {text, "zip_archive: Cannot open archive: Not a zip archive (" + text + ")"},
+      {escape, "zip_archive: Unsafe member name: ../escape (" + escape + ")"},
+      {bomb,
+       "zip_archive: Cannot extract: its members would expand to 40 MiB, more than 100 "
+       "times its size (" +
+           bomb + ")"},
+      {truncated, "zip_archive: Cannot open archive: Not a zip archive (" + truncated + ")"},
+  };
+  for (const auto& [file, message] : refusals) {
+    EXPECT_EQ(thrown_text([&] { extract_zip(file, out.str()); }), message);
+    EXPECT_TRUE(std::filesystem::is_empty(out.str())) << file;
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir / "escape"));
   EXPECT_EQ(thrown_text([&] {
-              write_zip(unsafe, {{"../escape", "x", ""}}, 1);
+              write_zip(escape, {{"../escape", "x", ""}}, 1);
             }),
-            "zip_archive: Unsafe member name: ../escape (" + unsafe + ")");
-  EXPECT_FALSE(std::filesystem::exists(unsafe));
-  // A folder that does not exist: nothing is written, the message names the file.
-  const std::string nowhere = dir / "missing/a.zip";
-  EXPECT_NE(thrown_text([&] {
-              write_zip(nowhere, {{"a", "b", ""}}, 1);
-            }).find(nowhere),
-            std::string::npos);
-  EXPECT_FALSE(std::filesystem::exists(nowhere));
-  // A refused write keeps the archive that was there.
-  const std::string kept = dir / "kept.zip";
-  write_zip(kept, {{"a", "b", ""}}, 1);
-  const std::string before = file_text(kept);
-  EXPECT_NE(thrown_text([&] { write_zip(kept, {{"/abs", "b", ""}}, 1); }), "");
-  EXPECT_EQ(file_text(kept), before);
+            "zip_archive: Unsafe member name: ../escape (" + escape + ")");
 }
 
 }  // namespace

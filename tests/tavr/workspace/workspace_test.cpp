@@ -1,15 +1,23 @@
+#include <sys/resource.h>
+
+#include <QBuffer>
 #include <QDataStream>
 #include <QDir>
 #include <QFile>
+#include <QImage>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <array>
+#include <csignal>
+#include <functional>
 
 #include "corv/io/logger.h"
 #include "corv/io/zip_archive.h"
 #include "tavr/app/main_window.h"
 #include "tavr/workspace/workspace_file.h"
+#include "tavr/workspace/workspace_record.h"
 
 namespace {
 
@@ -48,6 +56,32 @@ tavr::workspace_contents two_images() {
   contents.current = 1;
   return contents;
 }
+
+QByteArray read_all(const QString& name) {
+  QFile file(name);
+  return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// A file size limit for this process, as `prlimit --fsize` sets one (the
+// signal ignored, as the viewer does).
+class file_size_limit {
+ public:
+  explicit file_size_limit(rlim_t bytes) {
+    getrlimit(RLIMIT_FSIZE, &saved_);
+    previous_ = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit = saved_;
+    limit.rlim_cur = bytes;
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~file_size_limit() {
+    setrlimit(RLIMIT_FSIZE, &saved_);
+    std::signal(SIGXFSZ, previous_);
+  }
+
+ private:
+  rlimit saved_{};
+  void (*previous_)(int) = nullptr;
+};
 
 void same_image_state(const tavr::hs_image& opened, const tavr::hs_image& saved) {
   QCOMPARE(opened.labels().labels(), saved.labels().labels());
@@ -101,7 +135,9 @@ class workspace_test : public QObject {
         QCOMPARE(memory.material_elements().n_cols, arma::uword(2));
       }
       std::vector<std::string> names;
-      for (const corv::zip_member& member : corv::read_zip(file.toStdString())) {
+      const QTemporaryDir extracted;
+      for (const corv::zip_entry& member :
+           corv::extract_zip(file.toStdString(), extracted.path().toStdString())) {
         names.push_back(member.name);
         QCOMPARE(member.comment, std::string("no comment"));
       }
@@ -135,38 +171,88 @@ class workspace_test : public QObject {
     QCOMPARE(messages.back().at(1).toString(),
              "Could not open image file " + dir.filePath("copy.hdr") + ".<br/>File does not exist");
 
-    // A damaged archive and a record of another kind are refused; nothing changes.
+    // Damaged and hostile files are refused with their messages; nothing changes.
     QFile damaged(dir.filePath("damaged.tvw"));
     QVERIFY(QFile::copy(file, damaged.fileName()));
     QVERIFY(damaged.open(QIODevice::ReadWrite));
     damaged.seek(40);
     damaged.write(QByteArray(40, '\x5a'));
     damaged.close();
-    QByteArray other;
-    QDataStream(&other, QIODevice::WriteOnly) << quint32(0xA0B0C0D1) << qint32(1000);
-    corv::write_zip(dir.filePath("other.tvw").toStdString(),
-                    {{"tavrel.dat", other.toStdString(), "no comment"}}, 1);
-    const QList<QPair<QString, QString>> refusals = {
-        {damaged.fileName(), "Open Workspace"},
-        {dir.filePath("other.tvw"), "Cannot open workspace"},
-        {dir.filePath("none.tvw"), "Open File"}};
-    for (const auto& [name, title] : refusals) {
-      const int before = messages.size();
+    const auto archive = [&dir](const QString& name, const QByteArray& record) {
+      corv::write_zip(dir.filePath(name).toStdString(),
+                      {{"tavrel.dat", record.toStdString(), "no comment"}}, 1);
+      return dir.filePath(name);
+    };
+    // A record of one image whose first label's value is written by `value`.
+    const auto label_value = [&archive](const QString& name,
+                                        const std::function<void(QDataStream&)>& value) {
+      QByteArray record;
+      QDataStream out(&record, QIODevice::WriteOnly);
+      out << quint32(0xA0B0C0D0) << qint32(1000) << qint32(1) << sample << qint32(1);
+      value(out);
+      out << QString("label");
+      return archive(name, record);
+    };
+    tavr::workspace_record escaping;
+    escaping.images = QStringList{"../copy.hdr"};
+    escaping.labels = {{}};
+    escaping.settings = QStringList{""};
+    escaping.histories = {{}};
+    escaping.states = {{}};
+    QBuffer escaping_record;
+    escaping_record.open(QIODevice::WriteOnly);
+    tavr::write_record(escaping_record, escaping);
+    const QString record_damaged = ".<br/><br/>Reason: workspace: The workspace record is damaged.";
+    const QList<std::array<QString, 3>> refusals = {
+        {damaged.fileName(), "Open Workspace",
+         "Could not open workspace " + damaged.fileName() +
+             ".<br/><br/>Reason: zip_archive: Cannot read tavrel.dat: Zlib error: data error (" +
+             damaged.fileName() + ")"},
+        {archive("other.tvw", QByteArray::fromHex("a0b0c0d1000003e8")), "Cannot open workspace",
+         "Mismatch magic numbers. Cannot open workspace."},
+        {dir.filePath("none.tvw"), "Open File",
+         "Could not open workspace " + dir.filePath("none.tvw") + ".<br/>File does not exist"},
+        {archive("escaping.tvw", escaping_record.data()), "Open Workspace",
+         "Could not open workspace " + dir.filePath("escaping.tvw") + record_damaged},
+        {label_value("picture.tvw",
+                     [](QDataStream& out) { out << QVariant(QImage(8, 8, QImage::Format_RGB32)); }),
+         "Open Workspace",
+         "Could not open workspace " + dir.filePath("picture.tvw") + record_damaged},
+        {label_value("nested.tvw",
+                     [](QDataStream& out) {
+                       for (int i = 0; i < 100000; ++i) {
+                         out << quint32(QMetaType::QVariantList) << qint8(0) << qint32(1);
+                       }
+                     }),
+         "Open Workspace",
+         "Could not open workspace " + dir.filePath("nested.tvw") + record_damaged},
+        {label_value("points.tvw",
+                     [](QDataStream& out) {
+                       out << quint32(QMetaType::QVariantMap) << qint8(0) << qint32(1)
+                           << QString("polygon") << quint32(QMetaType::QPolygonF) << qint8(0)
+                           << qint32(0x7fffffff);
+                     }),
+         "Open Workspace",
+         "Could not open workspace " + dir.filePath("points.tvw") + record_damaged},
+    };
+    for (const auto& [name, title, text] : refusals) {
       QVERIFY(!window.open_workspace(name));
-      QCOMPARE(messages.size(), before + 1);
       QCOMPARE(messages.back().at(0).toString(), title);
+      QCOMPARE(messages.back().at(1).toString(), text);
       QCOMPARE(window.images().size(), 1);
       QCOMPARE(window.windowTitle(), QString("w.tvw - Tavrel"));
     }
-    QCOMPARE(messages.back().at(1).toString(),
-             "Could not open workspace " + dir.filePath("none.tvw") + ".<br/>File does not exist");
-    QCOMPARE(messages.at(messages.size() - 2).at(1).toString(),
-             QString("Mismatch magic numbers. Cannot open workspace."));
-    QVERIFY(messages.at(messages.size() - 3)
-                .at(1)
-                .toString()
-                .startsWith("Could not open workspace " + damaged.fileName() +
-                            ".<br/><br/>Reason: zip_archive: "));
+
+    // A save that meets a file size limit keeps the workspace that was there.
+    const QByteArray before = read_all(file);
+    {
+      const file_size_limit limit(100000);
+      QVERIFY(!window.save_workspace(file, true));
+    }
+    QVERIFY2(messages.back().at(1).toString().endsWith("File too large"),
+             qPrintable(messages.back().at(1).toString()));
+    QCOMPARE(read_all(file), before);
+    QCOMPARE(QDir(dir.path()).entryList(QStringList{"w.tvw*"}, QDir::Files), QStringList{"w.tvw"});
   }
 };
 
