@@ -38,7 +38,8 @@ const binder materials_part(46, [](py::module_& m) {
       "recover_materials",
       [](const converted_array& s, const std::optional<converted_array>& g, int max_clusters,
          int subsample, int materials_per_pixel, float max_temperature, float min_temperature,
-         float cooling_rate, float split_threshold, int mode, int verbosity) {
+         float cooling_rate, float split_threshold, int mode, int verbosity,
+         const std::optional<converted_array>& k) {
         material_parameters settings;
         settings.max_clusters = max_clusters;
         settings.subsample = subsample;
@@ -48,18 +49,20 @@ const binder materials_part(46, [](py::module_& m) {
         settings.cooling_rate = cooling_rate;
         settings.split_threshold = split_threshold;
         return recover_materials(cube_over(s), g ? matrix_over(*g) : matrix(), settings, mode,
-                                 verbosity);
+                                 verbosity, k ? matrix_over(*k) : matrix());
       },
       py::call_guard<py::gil_scoped_release>(), py::arg("s"), py::arg("g") = py::none(),
       py::arg("max_clusters") = 20, py::arg("subsample") = 3, py::arg("materials_per_pixel") = 5,
       py::arg("max_temperature") = 0.02f, py::arg("min_temperature") = 0.00025f,
       py::arg("cooling_rate") = 0.8f, py::arg("split_threshold") = -1.0f,
       py::arg("mode") = static_cast<int>(MATERIALS_SAMPLED), py::arg("verbosity") = 0,
+      py::arg("k") = py::none(),
       "Discovers the materials of the reflectance cube s (rows, columns, bands) by "
       "deterministic annealing and mixes every pixel from its materials_per_pixel strongest. "
       "g: the shading (rows, columns) or None; unlit pixels (g <= 0) are not clustered. mode: 0 "
       "every pixel, 1 the image shrunk 2^subsample times, 2 (the default) from every block of "
-      "2^subsample x 2^subsample pixels the lit one deepest inside a smooth region. Returns a "
+      "2^subsample x 2^subsample pixels the lit one deepest inside a smooth region, away from "
+      "the highlights of k, the specularity (rows, columns) or None. Returns a "
       "material_result.");
 
   m.def(

@@ -10,8 +10,14 @@ namespace corv {
 
 namespace {
 
-// One over the norm of every usable pixel's spectrum, 0 for the others.
-std::vector<float> usable_inverse_norms(const cube& s, const matrix& g) {
+// One over the norm of every usable pixel's spectrum (0 for the others), and
+// the 99th percentile of the image's shading (0 without shading).
+struct usable_pixels {
+  std::vector<float> inverse;
+  float bright_shading = 0.0f;
+};
+
+usable_pixels usable_inverse_norms(const cube& s, const matrix& g) {
   const arma::uword plane = s.n_rows * s.n_cols;
   std::vector<double> squares(plane, 0.0);
   for (arma::uword b = 0; b < s.n_slices; ++b) {
@@ -20,7 +26,7 @@ std::vector<float> usable_inverse_norms(const cube& s, const matrix& g) {
       squares[p] += static_cast<double>(band[p]) * band[p];
     }
   }
-  float lit = 0.0f;
+  usable_pixels usable;
   if (!g.empty()) {
     std::vector<float> shading;
     shading.reserve(g.n_elem);
@@ -32,17 +38,18 @@ std::vector<float> usable_inverse_norms(const cube& s, const matrix& g) {
     if (!shading.empty()) {
       const auto at = shading.begin() + static_cast<long>(0.99 * (shading.size() - 1));
       std::nth_element(shading.begin(), at, shading.end());
-      lit = lit_fraction * *at;
+      usable.bright_shading = *at;
     }
   }
-  std::vector<float> inverse(plane);
+  const float lit = lit_fraction * usable.bright_shading;
+  usable.inverse.resize(plane);
   for (arma::uword p = 0; p < plane; ++p) {
     const bool shaded = g.empty() || (std::isfinite(g(p)) && g(p) > lit);
-    inverse[p] = shaded && std::isfinite(squares[p]) && squares[p] > 0.0
-                     ? static_cast<float>(1.0 / std::sqrt(squares[p]))
-                     : 0.0f;
+    usable.inverse[p] = shaded && std::isfinite(squares[p]) && squares[p] > 0.0
+                            ? static_cast<float>(1.0 / std::sqrt(squares[p]))
+                            : 0.0f;
   }
-  return inverse;
+  return usable;
 }
 
 // The window sums of one band's unit values, down the columns (which lie
@@ -84,9 +91,10 @@ void box_sums(const std::vector<float>& unit, arma::uword rows, arma::uword cols
 
 }  // namespace
 
-matrix neighbourhood_coherence(const cube& s, const matrix& g) {
+matrix neighbourhood_coherence(const cube& s, const matrix& g, const matrix& k) {
   const arma::uword rows = s.n_rows, cols = s.n_cols, plane = rows * cols;
-  const std::vector<float> inverse = usable_inverse_norms(s, g);
+  const usable_pixels usable = usable_inverse_norms(s, g);
+  const std::vector<float>& inverse = usable.inverse;
   const long bands = static_cast<long>(s.n_slices);
   const int threads = std::max(1, omp_get_max_threads());
   // Per thread: sums over bands of u . window and of window^2.
@@ -116,6 +124,22 @@ matrix neighbourhood_coherence(const cube& s, const matrix& g) {
       }
     }
   }
+  // Pixels whose neighbourhood holds a highlight: a specular share whose
+  // spectrum (k on every band) is brighter than highlight_fraction of the
+  // image's bright shading.
+  std::vector<float> near_highlight;
+  if (!k.empty() && k.n_rows == rows && k.n_cols == cols && usable.bright_shading > 0.0f) {
+    const float bright =
+        highlight_fraction * usable.bright_shading / std::sqrt(static_cast<float>(s.n_slices));
+    std::vector<float> highlight(plane), down(plane);
+    for (arma::uword p = 0; p < plane; ++p) {
+      highlight[p] = inverse[p] > 0.0f && k(p) > bright ? 1.0f : 0.0f;
+    }
+    near_highlight.resize(plane);
+    box_sums(highlight, rows, cols, down, near_highlight);
+  }
+  const long r = static_cast<long>(neighbourhood_radius);
+  const double least_length = std::cos(window_spread_angle * 3.14159265358979 / 180.0);
   matrix coherence(rows, cols, arma::fill::zeros);
   for (arma::uword p = 0; p < plane; ++p) {
     double dot = 0.0, square = 0.0;
@@ -125,8 +149,22 @@ matrix neighbourhood_coherence(const cube& s, const matrix& g) {
         square += squares[t][p];
       }
     }
-    if (inverse[p] > 0.0f && square > 0.0) {
-      coherence(p) = static_cast<float>(std::min(1.0, dot / std::sqrt(square)));
+    if (inverse[p] <= 0.0f || square <= 0.0) {
+      continue;
+    }
+    coherence(p) = static_cast<float>(std::min(1.0, dot / std::sqrt(square)));
+    // The mean of the window's unit spectra, the unusable pixels counting as
+    // zero: its length falls below 1 as the spectra spread or the window
+    // reaches into unlit pixels. A pixel near a highlight or in a mixed
+    // window keeps half its coherence, below every interior pixel's.
+    const long row = static_cast<long>(p % rows), col = static_cast<long>(p / rows);
+    const long height =
+        std::min<long>(static_cast<long>(rows) - 1, row + r) - std::max<long>(0, row - r) + 1;
+    const long width =
+        std::min<long>(static_cast<long>(cols) - 1, col + r) - std::max<long>(0, col - r) + 1;
+    if ((!near_highlight.empty() && near_highlight[p] > 0.5f) ||
+        std::sqrt(square) / static_cast<double>(height * width) < least_length) {
+      coherence(p) *= 0.5f;
     }
   }
   return coherence;
@@ -140,8 +178,8 @@ arma::uword sample_block(arma::uword rows, arma::uword cols, arma::uword block) 
   return block;
 }
 
-arma::uvec interior_sample(const cube& s, const matrix& g, arma::uword block) {
-  const matrix coherence = neighbourhood_coherence(s, g);
+arma::uvec interior_sample(const cube& s, const matrix& g, const matrix& k, arma::uword block) {
+  const matrix coherence = neighbourhood_coherence(s, g, k);
   const arma::uword rows = s.n_rows, cols = s.n_cols;
   block = std::max<arma::uword>(1, block);
   const float smooth = static_cast<float>(std::cos(smooth_angle * 3.14159265358979 / 180.0));

@@ -62,7 +62,7 @@ void check_settings(material_parameters& settings, int mode, annealing_schedule&
 }  // namespace
 
 material_result recover_materials(const cube& s, const matrix& g, material_parameters settings,
-                                  int mode, int verbosity) {
+                                  int mode, int verbosity, const matrix& k) {
   // The stage number is the viewer's progress display's, also when the
   // routine is called on its own rather than by the pipeline.
   logger::instance().set_stage(stage_materials);
@@ -75,6 +75,11 @@ material_result recover_materials(const cube& s, const matrix& g, material_param
   if (!g.empty() && (g.n_rows != s.n_rows || g.n_cols != s.n_cols)) {
     log_and_throw("Recover Materials: Shading size " + std::to_string(g.n_rows) + " x " +
                   std::to_string(g.n_cols) + " does not match the reflectance's " +
+                  std::to_string(s.n_rows) + " x " + std::to_string(s.n_cols) + ".");
+  }
+  if (!k.empty() && (k.n_rows != s.n_rows || k.n_cols != s.n_cols)) {
+    log_and_throw("Recover Materials: Specularity size " + std::to_string(k.n_rows) + " x " +
+                  std::to_string(k.n_cols) + " does not match the reflectance's " +
                   std::to_string(s.n_rows) + " x " + std::to_string(s.n_cols) + ".");
   }
 
@@ -105,7 +110,7 @@ material_result recover_materials(const cube& s, const matrix& g, material_param
     shading = vector(const_cast<float*>(values), data.height * data.width, false, true);
   }
   const arma::uvec rows =
-      mode == MATERIALS_SAMPLED ? interior_sample(s, g, block) : usable_rows(pixels, shading);
+      mode == MATERIALS_SAMPLED ? interior_sample(s, g, k, block) : usable_rows(pixels, shading);
   if (rows.empty()) {
     log_and_throw(
         "Recover Materials: No lit pixel has a spectrum to cluster (every one is zero or not "

@@ -19,7 +19,7 @@ struct material_parameters {
 
 // Where the clustering runs: every pixel; the image shrunk by 2^q; or, from
 // every block of 2^q x 2^q pixels, the lit pixel deepest inside a smooth region
-// of one material (material_sample.h), the default.
+// of one material, away from highlights (material_sample.h), the default.
 enum MATERIAL_MODE : int {
   MATERIALS_FULL = 0,
   MATERIALS_SHRUNK = 1,
@@ -35,9 +35,11 @@ struct material_result {
 };
 
 // Discovers the materials of the reflectance cube s (with shading g) and
-// expresses every pixel as a mix of its N strongest materials.
+// expresses every pixel as a mix of its N strongest materials. The specularity
+// k, when given, keeps the sampled mode away from highlights; g and k may be
+// empty.
 material_result recover_materials(const cube& s, const matrix& g, material_parameters settings,
-                                  int mode, int verbosity);
+                                  int mode, int verbosity, const matrix& k = matrix());
 
 // Deterministic annealing of spectra (bands x pixels); returns the cluster
 // centres, one per column.

@@ -114,8 +114,9 @@ void pipeline::process_recover_materials() {
   settings.min_temperature = parameters_.min_temperature;
   settings.cooling_rate = parameters_.cooling_rate;
   settings.split_threshold = parameters_.split_threshold;
-  material_result found = recover_materials(s_, try_get(&pipeline::g), settings,
-                                            parameters_.material_mode, parameters_.verbosity);
+  material_result found =
+      recover_materials(s_, try_get(&pipeline::g), settings, parameters_.material_mode,
+                        parameters_.verbosity, try_get(&pipeline::k));
   material_elements_ = std::move(found.elements);
   material_element_abundances_ = std::move(found.abundances);
   material_element_abundance_indexes_ = std::move(found.abundance_indexes);

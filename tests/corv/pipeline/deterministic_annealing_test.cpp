@@ -44,13 +44,12 @@ matrix spread_around(const std::vector<vector>& directions, arma::uword count) {
 }
 
 TEST_F(deterministic_annealing_test, distance_and_association_by_hand) {
-  // Scaled so that the default minimum temperature is the distance of the
-  // default split angle, 5 degrees.
+  // A third of 1 - cos.
   const float five_degrees = std::cos(5.0f * 3.14159265f / 180.0f);
   EXPECT_NEAR(
       spectral_distance(vector{1, 0, 0},
                         vector{five_degrees, std::sqrt(1 - five_degrees * five_degrees), 0}),
-      0.00025f, 1e-6f);
+      (1.0f - five_degrees) / 3.0f, 1e-6f);
   EXPECT_FLOAT_EQ(spectral_distance(vector{1, 0, 0}, vector{0, 3, 0}), distance_scale);
   EXPECT_NEAR(spectral_distance(vector{1, 1, 0}, vector{2, 2, 0}), 0.0f, 1e-6f);
   EXPECT_FLOAT_EQ(spectral_distance(vector{1, 0, 0}, vector{-2, 0, 0}), 2 * distance_scale);

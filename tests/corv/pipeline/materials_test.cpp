@@ -183,6 +183,9 @@ TEST_F(materials_test, validates_before_any_work) {
             "Recover Materials: Mode 3 does not exist (0 every pixel, 1 shrunk, 2 sampled).");
   EXPECT_EQ(thrown_text([&] { recover_materials(scene.s, matrix(4, 4), settings, 0, 0); }),
             "Recover Materials: Shading size 4 x 4 does not match the reflectance's 16 x 16.");
+  EXPECT_EQ(
+      thrown_text([&] { recover_materials(scene.s, matrix(), settings, 2, 0, matrix(2, 3)); }),
+      "Recover Materials: Specularity size 2 x 3 does not match the reflectance's 16 x 16.");
   settings.materials_per_pixel = 0;
   EXPECT_EQ(thrown_text([&] { recover_materials(scene.s, matrix(), settings, 0, 0); }),
             "Recover Materials: Materials per pixel must be at least 1, not 0.");
