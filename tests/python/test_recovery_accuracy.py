@@ -1,5 +1,5 @@
 """Recovery on ground-truth scenes: glossy objects made of real library spectra
-(scripts/make_scenes.py, at a reduced size) and the bundled sample, with the
+(scripts/make_scenes.py, at their full size) and the bundled sample, with the
 pipeline's default settings. docs/accuracy.md gives the full-size figures."""
 
 import sys
@@ -16,7 +16,7 @@ import make_scenes  # noqa: E402
 
 pytestmark = pytest.mark.skipif(not SHARED_DATA.is_dir(), reason=SHARED_DATA_ABSENT)
 
-ROWS, COLS = 160, 200
+ROWS, COLS = 240, 320
 ILLUMINANT_TOLERANCE = 1.5  # degrees
 
 
