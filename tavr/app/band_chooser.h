@@ -11,14 +11,16 @@ class QSlider;
 namespace tavr {
 
 // "Wavelengths (nm):" and the band that the Irradiance and Reflectance views
-// show: a list of the image's bands by wavelength and a slider beside it.
+// show: a list of the image's bands by wavelength, headed by "Color" (band -1:
+// the cube rendered in colour), and a slider over the bands beside it.
 class band_chooser : public QWidget {
   Q_OBJECT
 
  public:
   explicit band_chooser(QWidget* parent = nullptr);
 
-  // The bands of the current image (none: disabled); `band` is selected.
+  // The bands of the current image (none: disabled); `band` is selected, -1
+  // for colour.
   void set_wavelengths(const corv::vector& wavelengths, int band);
   int band() const;
 

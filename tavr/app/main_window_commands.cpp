@@ -286,7 +286,8 @@ bool main_window::render_current(const QString& fit_mode) {
     } else if (state.class_scores > 0 || state.component == component_view::class_map ||
                state.component == component_view::endmember_abundances) {
       picture = class_picture(*image);
-    } else if (from_file && state.component == component_view::colour) {
+    } else if (from_file && (state.component == component_view::colour ||
+                             (state.component == component_view::irradiance && state.band < 0))) {
       // Nothing has loaded the cube: the picture streamed from the file, or its
       // first version from three bands while the full one is made.
       const auto& streamed = image->streamed();
@@ -343,14 +344,15 @@ void main_window::set_view(component_view view) {
     state.component = view;
     state.pc = -1;
     state.class_scores = -1;
-    // A single-band view starts at the middle band.
-    if ((view == component_view::irradiance || view == component_view::reflectance) &&
-        state.band < 0) {
+    // Irradiance starts at the middle band (in colour it is the Color view);
+    // reflectance starts in colour, its materials in their own colours.
+    if (view == component_view::irradiance && state.band < 0) {
       state.band = static_cast<int>(image->pipeline().bands() / 2);
     }
     if (!render_current(no_fit)) {
       state = previous;
     }
+    refresh_tool_docks();
   }
   sync_view_actions();
 }

@@ -478,10 +478,8 @@ void main_window::refresh_tool_docks() {
   }
   const corv::vector* wavelengths =
       component_or_null(image->pipeline(), &corv::pipeline::wavelengths);
-  const int band = image->view_state().band;
-  tools_->bands->set_wavelengths(
-      wavelengths ? *wavelengths : corv::vector(),
-      band >= 0 ? band : static_cast<int>(image->pipeline().bands() / 2));
+  tools_->bands->set_wavelengths(wavelengths ? *wavelengths : corv::vector(),
+                                 image->view_state().band);
   tools_->classes->set_legend(legend_of(*image));
 }
 

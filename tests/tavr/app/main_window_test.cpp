@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include <QAction>
+#include <QComboBox>
 #include <QDockWidget>
 #include <QListView>
 #include <QListWidget>
@@ -14,6 +15,7 @@
 
 #include "corv/io/logger.h"
 #include "tavr/app/main_window.h"
+#include "tavr/app/band_chooser.h"
 #include "tavr/dialogs/band_maths.h"
 #include "tavr/library/library_model.h"
 #include "tavr/plots/pixel_dialog.h"
@@ -197,6 +199,11 @@ class main_window_test : public QObject {
     QCOMPARE(messages.back().at(0).toString(), QString("Tavrel"));
     window.view_irradiance_();
     QCOMPARE(window.current_view(), tavr::component_view::irradiance);
+    // Irradiance starts at the middle band; the chooser's first entry is colour.
+    const auto* bands = window.findChild<tavr::band_chooser*>();
+    QCOMPARE(bands->band(), 16);
+    bands->findChild<QComboBox*>()->setCurrentIndex(0);
+    QCOMPARE(window.images().back()->view_state().band, -1);
 
     // Each image keeps its own view, zoom and normalisation.
     window.view().scale_to(2.0);
