@@ -2,9 +2,7 @@
 pipeline and the logger. The rules behind them (refusals, scaling, file layouts) are tested
 in C++; here each family is checked once for what the binding adds."""
 
-import datetime
 import re
-import threading
 
 import corv
 import numpy as np
@@ -152,23 +150,17 @@ def test_pipeline_over_an_input_prefers_its_own_components():
     assert re.fullmatch(r"\[\d+\.\d+\.\d+\]", corv.pipeline.version())
 
 
-def test_logger_lines_stamps_and_an_abort_from_another_thread(logger):
+def test_logger_lines_and_abort_requests(logger):
     # The module's logger is the library's: the library's own lines show up in it.
     logger.append("hdr_input: ").append("Datafile ").append("x.fla")
     assert logger.entries() == []
-    before = datetime.datetime.now().replace(microsecond=0)
     corv.logger.instance().append("EOL")
-    after = datetime.datetime.now()
-    stamp, line = logger.entries()[-1]
-    assert line == "hdr_input: Datafile x.fla"
-    assert before <= datetime.datetime.strptime(stamp, "%Y%m%d_%H%M%S") <= after
+    assert logger.entries()[-1][1] == "hdr_input: Datafile x.fla"
     with pytest.raises(RuntimeError):
         corv.pipeline().save(corv.hdr_output(), "")
     assert logger.entries()[-1][1] == "HDR_Output: Oops, looks like you forgot to set a filename!"
 
-    requester = threading.Thread(target=corv.logger.instance().request_abort)
-    requester.start()
-    requester.join()
+    logger.request_abort()
     assert logger.abort_requested()
     assert error_text(logger.check_abort) == "Processing was aborted!"
     logger.stage = 2
