@@ -62,11 +62,6 @@ hsz_record sample_record() {
 
 class hsz_record_test : public ::testing::Test {
  protected:
-  void SetUp() override {
-    logger::instance().set_echo(false);
-    logger::instance().clear_entries();
-  }
-
   // Writes a file through the HDF5 wrappers, for layouts this writer never makes.
   void write_file(const std::string& name, const std::function<void(hdf5_group&)>& fill) {
     hdf5_file file = hdf5_file::create(name);
