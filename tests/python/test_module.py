@@ -95,23 +95,9 @@ def test_envi_files_through_the_module(tmp_path, hold, logger):
     np.testing.assert_array_equal(
         source.I(first_row=1, first_col=2, last_row=3, last_col=4), cube[1:4, 2:5, :])
     np.testing.assert_array_equal(source.I([2], 3, 1, 3, 2), cube[3:4, 1:3, [2]])
-    assert error_text(lambda: source.I([0], 0, 0, 4, 1)) == "hdr_input: Crop out of range."
     source.hold = not hold
     assert source.hold == (not hold)
     np.testing.assert_array_equal(source.I(1, 1, 2, 2), cube[1:3, 1:3, :])
-
-    # A reflectance image serves s through the pipeline, and the input's reason for
-    # refusing I is logged where Python reads it.
-    reflectance = corv.data_input()
-    reflectance.set_s(cube)
-    reflectance.set_wavelengths(wavelengths)
-    corv.pipeline(reflectance).save(corv.hdr_output(reflectance=True), str(tmp_path / "r.fla"))
-    back = corv.pipeline(corv.hdr_input(str(tmp_path / "r.hdr")))
-    np.testing.assert_array_equal(back.s(), cube)
-    assert error_text(back.I) == "pipeline: I does not exist in pipeline or input."
-    assert logger.entries()[-1][1] == (
-        "pipeline: hdr_input: Member 'I' does not exist for this input, image was loaded as "
-        "Reflectance")
 
 
 def test_tiff_input_through_the_module(tmp_path):
