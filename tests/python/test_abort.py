@@ -69,16 +69,18 @@ def test_wiener_filter_aborted_from_another_thread(logger):
     assert not np.array_equal(p.I(), image)
 
 
-RANDOM = np.random.default_rng(1).random((500, 500, 33), dtype=np.float32) + np.float32(0.1)
+def random_cube():
+    return np.random.default_rng(1).random((500, 500, 33), dtype=np.float32) + np.float32(0.1)
 
 
-@pytest.mark.parametrize("name, call, started", [
-    ("dichromatic", lambda log: corv.recover_dichromatic_parameters(
-        RANDOM, np.ones(33, np.float32), np.arange(33, dtype=np.float32)),
-     lambda log: log.stage == REFLECTANCE_STAGE),
-    ("illuminant", lambda log: corv.recover_illuminant_HRK(RANDOM, second_switch=False),
-     lambda log: log.progress > 0),
+@pytest.mark.parametrize("call, started", [
+    pytest.param(lambda I: corv.recover_dichromatic_parameters(
+        I, np.ones(33, np.float32), np.arange(33, dtype=np.float32)),
+        lambda log: log.stage == REFLECTANCE_STAGE, id="dichromatic"),
+    pytest.param(lambda I: corv.recover_illuminant_HRK(I, second_switch=False),
+                 lambda log: log.progress > 0, id="illuminant"),
 ])
-def test_recoveries_aborted_from_another_thread(logger, name, call, started):
-    assert run_and_abort(lambda: call(logger), logger, lambda: started(logger)) == ABORTED, name
+def test_recoveries_aborted_from_another_thread(logger, call, started):
+    I = random_cube()
+    assert run_and_abort(lambda: call(I), logger, lambda: started(logger)) == ABORTED
     assert not logger.abort_requested()
