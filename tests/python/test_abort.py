@@ -1,20 +1,22 @@
-"""A long library call, run on a thread, stopped from another through corv.logger.
+"""Long library calls, run on a thread, stopped from another through corv.logger.
 
 The module's long calls let go of the interpreter while they compute, so the
 calling thread keeps running: it watches the logger's stage and progress and
 requests an abort, and the call raises "Processing was aborted!". Which stages
-honour an abort is tested in C++; here the binding's part, once.
+honour an abort is tested in C++; here each binding's part.
 """
 
 import threading
 import time
 
 import numpy as np
+import pytest
 from conftest import corv
 
 ABORTED = "Processing was aborted!"
 WIENER = 1  # the pipeline's code of the Wiener filter
 FILTER_STAGE = 7  # the logger's number of the preprocessing filter stage
+REFLECTANCE_STAGE = 1
 
 
 def run_and_abort(call, logger, started):
@@ -65,3 +67,20 @@ def test_wiener_filter_aborted_from_another_thread(logger):
     p.filter(WIENER, 5)
     assert logger.progress == 100
     assert not np.array_equal(p.I(), image)
+
+
+def random_cube():
+    return np.random.default_rng(1).random((500, 500, 33), dtype=np.float32) + np.float32(0.1)
+
+
+@pytest.mark.parametrize("call, started", [
+    pytest.param(lambda I: corv.recover_dichromatic_parameters(
+        I, np.ones(33, np.float32), np.arange(33, dtype=np.float32)),
+        lambda log: log.stage == REFLECTANCE_STAGE, id="dichromatic"),
+    pytest.param(lambda I: corv.recover_illuminant_HRK(I, second_switch=False),
+                 lambda log: log.progress > 0, id="illuminant"),
+])
+def test_recoveries_aborted_from_another_thread(logger, call, started):
+    I = random_cube()
+    assert run_and_abort(lambda: call(I), logger, lambda: started(logger)) == ABORTED
+    assert not logger.abort_requested()

@@ -1,4 +1,5 @@
-"""`corv classify`: SAM, SVM and unmixing of an image file against a library file."""
+"""`corv classify`: SVM labels, the default result count and the refusals (SAM and unmixing
+are compared with the library in test_streamed_cli)."""
 
 import corv
 import numpy as np
@@ -56,22 +57,6 @@ def scene(tmp_path):
         "library": write_csv_library(tmp_path / "library.csv", spectra, WAVES),
         "out": tmp_path / "result",
     }
-
-
-def test_sam_and_unmix_write_values_and_reference_numbers(run_corv, scene):
-    for method, routine in (("sam", corv.sam), ("unmix", corv.unmix_by_spectra)):
-        done = run_corv("classify", scene["image"], "--library", scene["library"], "--method", method,
-                        "-k", 3, "-o", scene["out"])
-        assert done.returncode == 0, done.stderr
-        assert done.stdout == f"{scene['out']}_values.hdr\n{scene['out']}_indexes.hdr\n"
-        expected_values, expected_indexes = routine(scene["cube"], WAVES, scene["spectra"], WAVES, 3)
-        np.testing.assert_allclose(read_envi_result(f"{scene['out']}_values", 3), expected_values,
-                                   rtol=1e-6, atol=1e-6, err_msg=method)
-        np.testing.assert_array_equal(read_envi_result(f"{scene['out']}_indexes", 3),
-                                      expected_indexes, err_msg=method)
-        # The rank of each result band is its "wavelength".
-        assert "wavelength = {\n 1.0000,\n 2.0000,\n 3.0000}\n" in open(
-            f"{scene['out']}_indexes.hdr").read()
 
 
 def test_svm_writes_labels_and_k_defaults_to_five(run_corv, scene):

@@ -1,8 +1,6 @@
 """Dichromatic parameter recovery from Python: the split against a numpy/scipy
-rendering of the same model, the image rebuilt from k, g and s, the refusals, and
-an abort requested from another thread while the call runs."""
-
-import threading
+rendering of the same model and the image rebuilt from k, g and s (the refusals and the
+per-pixel illuminant are checked in C++)."""
 
 import corv
 import numpy as np
@@ -61,52 +59,3 @@ def test_split_matches_numpy_and_rebuilds_the_image(n):
     error = np.linalg.norm(rebuilt - I, axis=2) / np.linalg.norm(I, axis=2)
     assert error.max() < 1e-4
 
-
-def test_per_pixel_illuminant_and_defaults():
-    I, light, waves = scene(rows=12, cols=9, bands=6)
-    expanded = np.broadcast_to(light, I.shape).copy()
-    one = corv.recover_dichromatic_parameters(I, light, waves)
-    each = corv.recover_dichromatic_parameters(I, expanded, waves, 0, 5, 2, 0)
-    for a, b in zip(one, each):
-        np.testing.assert_allclose(a, b, rtol=1e-6, atol=1e-6)
-
-
-def test_refusals_carry_the_library_text(logger):
-    I, light, waves = scene(rows=5, cols=5, bands=4)
-    with pytest.raises(RuntimeError, match=r"^recover_dichromatic_parameters: Incorrect method\.$"):
-        corv.recover_dichromatic_parameters(I, light, waves, method=1)
-    with pytest.raises(
-        RuntimeError, match=r"^Recover Dichromatic Parameters: Data size is incorrect\.$"
-    ):
-        corv.recover_dichromatic_parameters(I, light[:3], waves)
-    with pytest.raises(ValueError):
-        corv.recover_dichromatic_parameters(I[0], light, waves)
-    assert [line for _, line in logger.entries()] == [
-        "recover_dichromatic_parameters: Incorrect method.",
-        "Recover Dichromatic Parameters: Data size is incorrect.",
-    ]
-
-
-def test_abort_from_another_thread(logger):
-    rng = np.random.default_rng(1)
-    I = rng.random((900, 900, 33), dtype=np.float32) + np.float32(0.1)
-    light = np.ones(33, np.float32)
-    outcome = {}
-
-    def run():
-        try:
-            corv.recover_dichromatic_parameters(I, light, np.arange(33, dtype=np.float32))
-            outcome["result"] = "finished"
-        except RuntimeError as error:
-            outcome["result"] = str(error)
-
-    worker = threading.Thread(target=run)
-    worker.start()
-    # The stage number is set once the call has started; with the interpreter
-    # lock held by the call this loop would only run after it had finished.
-    while logger.stage != 1 and worker.is_alive():  # 1: reflectance recovery
-        pass
-    logger.request_abort()
-    worker.join()
-    assert outcome["result"] == "Processing was aborted!"
-    assert not logger.abort_requested()

@@ -7,7 +7,8 @@ import h5py
 import numpy as np
 import pytest
 
-LEVELS = 65535.0
+from corv_testing import assert_within_one_step, dequantised, step_of
+
 TINY = np.finfo(np.float64).tiny  # 2.2250738585072014e-308
 HUGE = np.finfo(np.float64).max
 ARRAYS = ["ElementAbundanceIndexes", "ElementAbundances", "Elements", "ElementKnots", "ElementCP",
@@ -52,21 +53,8 @@ def pipeline_of(parts):
     return source, corv.pipeline(source)
 
 
-def dequantised(group):
-    data = group["DATA"][()].astype(np.float64)
-    top, bottom = group["MAX"][0], group["MIN"][0]
-    if abs(top - bottom) < np.finfo(np.float64).eps:
-        return data
-    return data * ((top - bottom) / LEVELS) + bottom
-
-
-def assert_within_one_step(group, written):
-    step = (group["MAX"][0] - group["MIN"][0]) / LEVELS
-    back = dequantised(group)
-    written = np.asarray(written, dtype=np.float64)
-    assert back.shape == written.shape
-    slack = np.spacing(np.float32(np.max(np.abs(written))))
-    assert np.max(np.abs(back - written)) <= step + slack
+def assert_group_within_one_step(group, written):
+    assert_within_one_step(dequantised(group), written, step_of(group))
 
 
 def assert_quantised_group(group, shape):
@@ -148,7 +136,7 @@ def test_hsz_layout_as_h5py_reads_it(written):
         assert_quantised_group(hdr["wavelength"], (BANDS, 1))
         assert hdr["wavelength/MAX"][0] == pytest.approx(670.0)
         assert hdr["wavelength/MIN"][0] == pytest.approx(420.0)
-        assert_within_one_step(hdr["wavelength"], parts["wavelengths"][:, None])
+        assert_group_within_one_step(hdr["wavelength"], parts["wavelengths"][:, None])
 
         endmember_headers = [(f["HDREndmembersL"], 0, np.zeros((0, 1)), [])]
         if library:
@@ -162,7 +150,7 @@ def test_hsz_layout_as_h5py_reads_it(written):
             assert header["numEndmembers/DATA"][0] == count
             assert_quantised_group(header["wavelength"], wavelengths.shape)
             if count:
-                assert_within_one_step(header["wavelength"], wavelengths)
+                assert_group_within_one_step(header["wavelength"], wavelengths)
             assert sorted(header.attrs.keys()) == sorted(
                 [f"MAT{i}" for i in range(count)] + ["wavelength_unit"])
             assert_fixed_string(header.attrs, "wavelength_unit", "Nanometers")
@@ -199,7 +187,7 @@ def test_hsz_layout_as_h5py_reads_it(written):
                     assert group["MAX"][0] == max(values.max(), TINY)
                     assert group["MIN"][0] == values.min()
                 else:
-                    assert_within_one_step(group, values)
+                    assert_group_within_one_step(group, values)
 
         # All equal positive values: no range, DATA holds them unscaled.
         assert (f["L/ElementAbundances/MAX"][0], f["L/ElementAbundances/MIN"][0]) == (1.0, 1.0)
@@ -264,7 +252,7 @@ def test_nurbs_encoded_parts_as_h5py_reads_them(tmp_path, logger):
         assert hdr["degreeNURBSL/DATA"][0] == 2 and hdr["degreeNURBSS/MAX"][0] == 2.0
         assert_quantised_group(f["L/Elements"], (0, 0, 0))
         assert_quantised_group(f["S/Elements"], (0, 0, 0))
-        assert_within_one_step(f["K/Elements"], parts["illuminant"][:, None])
+        assert_group_within_one_step(f["K/Elements"], parts["illuminant"][:, None])
         for part, count in (("L", 1), ("S", ELEMENTS)):
             # Control points: one row per point, one column per curve, their
             # wavelengths in slice 0 and values in slice 1.
@@ -273,9 +261,9 @@ def test_nurbs_encoded_parts_as_h5py_reads_them(tmp_path, logger):
             assert cp.shape == (controls, count, 2) and 3 <= controls <= BANDS
             knots = dequantised(f[f"{part}/ElementKnots"])[:, 0]
             assert knots.shape == (controls + 3,)
-            step = (f[f"{part}/ElementKnots/MAX"][0] - f[f"{part}/ElementKnots/MIN"][0]) / LEVELS
+            step = step_of(f[f"{part}/ElementKnots"])
             assert np.allclose(knots[:3], 0, atol=step) and np.allclose(knots[-3:], 1, atol=step)
-            storage[part] = (f[f"{part}/ElementCP/MAX"][0] - f[f"{part}/ElementCP/MIN"][0]) / LEVELS
+            storage[part] = step_of(f[f"{part}/ElementCP"])
             assert np.allclose(cp[0, :, 0], wavelengths[0], atol=storage[part])
             assert np.allclose(cp[-1, :, 0], wavelengths[-1], atol=storage[part])
             points = np.transpose(cp, (1, 0, 2))[None].astype(np.float32)

@@ -2,9 +2,7 @@
 pipeline and the logger. The rules behind them (refusals, scaling, file layouts) are tested
 in C++; here each family is checked once for what the binding adds."""
 
-import datetime
 import re
-import threading
 
 import corv
 import numpy as np
@@ -97,23 +95,9 @@ def test_envi_files_through_the_module(tmp_path, hold, logger):
     np.testing.assert_array_equal(
         source.I(first_row=1, first_col=2, last_row=3, last_col=4), cube[1:4, 2:5, :])
     np.testing.assert_array_equal(source.I([2], 3, 1, 3, 2), cube[3:4, 1:3, [2]])
-    assert error_text(lambda: source.I([0], 0, 0, 4, 1)) == "hdr_input: Crop out of range."
     source.hold = not hold
     assert source.hold == (not hold)
     np.testing.assert_array_equal(source.I(1, 1, 2, 2), cube[1:3, 1:3, :])
-
-    # A reflectance image serves s through the pipeline, and the input's reason for
-    # refusing I is logged where Python reads it.
-    reflectance = corv.data_input()
-    reflectance.set_s(cube)
-    reflectance.set_wavelengths(wavelengths)
-    corv.pipeline(reflectance).save(corv.hdr_output(reflectance=True), str(tmp_path / "r.fla"))
-    back = corv.pipeline(corv.hdr_input(str(tmp_path / "r.hdr")))
-    np.testing.assert_array_equal(back.s(), cube)
-    assert error_text(back.I) == "pipeline: I does not exist in pipeline or input."
-    assert logger.entries()[-1][1] == (
-        "pipeline: hdr_input: Member 'I' does not exist for this input, image was loaded as "
-        "Reflectance")
 
 
 def test_tiff_input_through_the_module(tmp_path):
@@ -152,23 +136,17 @@ def test_pipeline_over_an_input_prefers_its_own_components():
     assert re.fullmatch(r"\[\d+\.\d+\.\d+\]", corv.pipeline.version())
 
 
-def test_logger_lines_stamps_and_an_abort_from_another_thread(logger):
+def test_logger_lines_and_abort_requests(logger):
     # The module's logger is the library's: the library's own lines show up in it.
     logger.append("hdr_input: ").append("Datafile ").append("x.fla")
     assert logger.entries() == []
-    before = datetime.datetime.now().replace(microsecond=0)
     corv.logger.instance().append("EOL")
-    after = datetime.datetime.now()
-    stamp, line = logger.entries()[-1]
-    assert line == "hdr_input: Datafile x.fla"
-    assert before <= datetime.datetime.strptime(stamp, "%Y%m%d_%H%M%S") <= after
+    assert logger.entries()[-1][1] == "hdr_input: Datafile x.fla"
     with pytest.raises(RuntimeError):
         corv.pipeline().save(corv.hdr_output(), "")
     assert logger.entries()[-1][1] == "HDR_Output: Oops, looks like you forgot to set a filename!"
 
-    requester = threading.Thread(target=corv.logger.instance().request_abort)
-    requester.start()
-    requester.join()
+    logger.request_abort()
     assert logger.abort_requested()
     assert error_text(logger.check_abort) == "Processing was aborted!"
     logger.stage = 2

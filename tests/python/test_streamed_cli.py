@@ -94,7 +94,10 @@ def test_bandmath_and_classify_match_the_library_on_the_whole_image(run_corv, im
         assert done.stdout == f"{out / method}_values.hdr\n{out / method}_indexes.hdr\n"
         values, indexes = routine(cube, WAVES, image["spectra"][::2], WAVES, 2)
         np.testing.assert_array_equal(read_envi(f"{out / method}_values.fla")[0], values)
-        np.testing.assert_array_equal(read_envi(f"{out / method}_indexes.fla")[0], indexes)
+        indexes_read, indexes_header = read_envi(f"{out / method}_indexes.fla")
+        np.testing.assert_array_equal(indexes_read, indexes)
+        # The rank of each result band is its "wavelength".
+        assert "wavelength = {\n 1.0000,\n 2.0000}\n" in indexes_header
 
     # Refusals are the library's, and come before anything is written.
     refused = out / "refused.fla"

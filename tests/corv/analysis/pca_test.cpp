@@ -22,7 +22,6 @@ std::vector<std::string> lines_after(std::size_t start) {
 class pca_test : public ::testing::Test {
  protected:
   void SetUp() override {
-    logger::instance().set_echo(false);
     arma::arma_rng::set_seed(11);
     image = arma::randu<cube>(6, 5, 10);
   }

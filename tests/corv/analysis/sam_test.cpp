@@ -12,27 +12,6 @@ using test::linear_wavelengths;
 using test::logged;
 using test::thrown_text;
 
-TEST(sam_test, ranks_references_of_a_two_pixel_image) {
-  cube image(1, 2, 3);
-  image.tube(0, 0) = vector{1, 0, 0};
-  image.tube(0, 1) = vector{0, 2, 0};
-  const matrix references = {{1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
-  logger::instance().clear_entries();
-  cube values, indexes;
-  sam(image, linear_wavelengths(3), references, vector(), values, indexes, 3);
-  EXPECT_TRUE(logged("Performing SAM! "));
-  ASSERT_EQ(arma::size(values), arma::size(1, 2, 3));
-  ASSERT_EQ(arma::size(indexes), arma::size(1, 2, 3));
-  const float first[] = {0, 45, 90}, first_numbers[] = {1, 3, 2};
-  const float second[] = {0, 45, 90}, second_numbers[] = {2, 3, 1};
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_NEAR(values(0, 0, i), first[i], 1e-4) << i;
-    EXPECT_EQ(indexes(0, 0, i), first_numbers[i]) << i;
-    EXPECT_NEAR(values(0, 1, i), second[i], 1e-4) << i;
-    EXPECT_EQ(indexes(0, 1, i), second_numbers[i]) << i;
-  }
-}
-
 TEST(sam_test, a_dark_pixel_has_nan_angles_and_the_references_in_order) {
   cube image(2, 1, 3, arma::fill::zeros);
   image.tube(1, 0) = vector{0, 1, 0};
@@ -57,16 +36,9 @@ TEST(sam_test, refusals_name_the_routine_are_logged_and_leave_the_outputs) {
     EXPECT_TRUE(logged(text)) << text;
     return text;
   };
+  // Every refusal of the shared checks is tested with them; here that they carry
+  // this routine's name.
   EXPECT_EQ(refusal(cube(0, 2, 4), waves, references, vector()), "sam: Data size is incorrect.");
-  EXPECT_EQ(refusal(image, waves, matrix(0, 4), vector()), "sam: Spectra are required");
-  EXPECT_EQ(refusal(image, linear_wavelengths(3), references, vector()),
-            "sam: Wavelengths must have same bands as I");
-  EXPECT_EQ(refusal(image, waves, matrix(2, 5, arma::fill::ones), vector()),
-            "sam: Data size is incorrect: spectra waves must be given for resize.");
-  // One image band (410) in common only.
-  EXPECT_EQ(refusal(image, waves, matrix(2, 3, arma::fill::ones), vector{405, 410, 415}),
-            "unmix_by_spectra: No matching image bands between image and library.");
-  // Two bands in common, but the references also have a wave the image lacks.
   EXPECT_EQ(refusal(image, waves, matrix(2, 3, arma::fill::ones), vector{410, 420, 425}),
             "sam: For some reason, could not align data.");
   EXPECT_EQ(values(0, 0, 0), 7.0f);

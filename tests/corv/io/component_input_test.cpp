@@ -58,10 +58,6 @@ cube spectrum(const vector& values) {
 
 class component_input_test : public ::testing::Test {
  protected:
-  void SetUp() override {
-    logger::instance().set_echo(false);
-    logger::instance().clear_entries();
-  }
   // Writes one file of a set the way component_output lays it out.
   void write(const std::string& name, const cube& data, const vector& wavelengths,
              bool reflectance = false) {

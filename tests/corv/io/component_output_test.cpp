@@ -57,10 +57,6 @@ std::shared_ptr<data_input> processed_image() {
 
 class component_output_test : public ::testing::Test {
  protected:
-  void SetUp() override {
-    logger::instance().set_echo(false);
-    logger::instance().clear_entries();
-  }
   temp_dir dir;
 };
 

@@ -12,25 +12,6 @@ namespace {
 using test::coded_cube;
 using test::thrown_text;
 
-TEST(data_input_test, serves_copies_of_what_was_set) {
-  data_input in;
-  EXPECT_EQ(in.input_kind(), 2);
-  in.set_wavelengths(test::linear_wavelengths(3));
-  in.set_I(coded_cube(2, 4, 3));
-  in.set_k(matrix(2, 4, arma::fill::ones));
-  in.set_endmember_labels({"grass", "soil"});
-
-  cube copy = in.I();
-  copy(0, 0, 0) = -1;
-  EXPECT_EQ(in.I()(0, 0, 0), 1.0f);
-  EXPECT_EQ(in.I_ptr()->n_slices, 3u);
-  EXPECT_EQ(in.height(), 2u);
-  EXPECT_EQ(in.width(), 4u);
-  EXPECT_EQ(in.bands(), 3u);
-  EXPECT_EQ(in.k().n_elem, 8u);
-  EXPECT_EQ(in.endmember_labels().at(1), "soil");
-}
-
 TEST(data_input_test, unset_components_name_themselves_some_under_their_old_names) {
   data_input in;
   const std::vector<std::pair<std::string, std::function<void()>>> cases = {

@@ -46,10 +46,6 @@ std::string library_header(const std::string& extra) {
 
 class envi_library_test : public ::testing::Test {
  protected:
-  void SetUp() override {
-    logger::instance().set_echo(false);
-    logger::instance().clear_entries();
-  }
   temp_dir dir;
 };
 

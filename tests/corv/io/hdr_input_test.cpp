@@ -33,10 +33,6 @@ void write_values(const std::string& name, const std::vector<T>& values) {
 
 class hdr_input_test : public ::testing::Test {
  protected:
-  void SetUp() override {
-    logger::instance().set_echo(false);
-    logger::instance().clear_entries();
-  }
   temp_dir dir;
 };
 

@@ -8,7 +8,6 @@
 #include "corv/io/hsz_output.h"
 #include "corv/io/logger.h"
 #include "corv/io/open_input.h"
-#include "corv/io/spectral_library.h"
 #include "corv/pipeline/pipeline.h"
 #include "tests/corv/io/hsz_test_scene.h"
 #include "tests/corv/test_support.h"
@@ -41,8 +40,6 @@ const accessor read_s = [](hsz_input& in) { in.s(); };
 
 class hsz_input_test : public ::testing::Test {
  protected:
-  void SetUp() override { logger::instance().set_echo(false); }
-
   std::string write_scene(const std::string& name) {
     pipeline image(scene.input());
     hsz_output().write(image, dir / name);
@@ -105,27 +102,6 @@ TEST_F(hsz_input_test, serves_every_component_of_a_written_image) {
   pipeline again(open_input(dir / "scene.hsz"));
   hsz_output().write(again, dir / "again.hsz");
   expect_close(hsz_input(dir / "again.hsz").s(), scene.s(), "s saved twice", 2 * tolerance);
-}
-
-TEST_F(hsz_input_test, serves_the_endmembers_of_an_attached_library) {
-  const std::shared_ptr<data_input> source = scene.input();
-  cube abundances(2, 3, 1);
-  abundances.slice(0) = matrix{{0.5f, 0.25f, 1.0f}, {0.0f, 0.75f, 0.5f}};
-  cube indexes(2, 3, 1);
-  indexes.slice(0) = matrix{{0, 1, 1}, {0, 0, 1}};
-  source->set_endmember_abundances(abundances);
-  source->set_endmember_abundance_indexes(indexes);
-  pipeline image(source);
-  const matrix spectra{{0.1f, 0.9f}, {0.2f, 0.8f}, {0.3f, 0.7f}};
-  image.set_library(std::make_shared<spectral_library>(
-      spectra, std::vector<std::string>{"grass", "red brick"}, vector{410.0f, 420.0f, 430.0f}));
-  hsz_output().write(image, dir / "library.hsz");
-
-  hsz_input in(dir / "library.hsz");
-  expect_close(in.endmembers(), spectra, "endmembers");
-  EXPECT_EQ(in.endmember_labels(), (labels{"grass", "red brick"}));
-  expect_close(in.endmember_abundances(), abundances, "endmember abundances");
-  EXPECT_TRUE(arma::approx_equal(in.endmember_abundance_indexes(), indexes, "absdiff", 0.0f));
 }
 
 TEST_F(hsz_input_test, construction_refuses_unreadable_files) {

@@ -12,11 +12,6 @@ namespace {
 
 class logger_test : public ::testing::Test {
  protected:
-  void SetUp() override {
-    log().set_echo(false);
-    log().clear_entries();
-    log().clear_progress();
-  }
   static logger& log() { return logger::instance(); }
 };
 

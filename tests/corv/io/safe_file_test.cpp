@@ -46,7 +46,6 @@ class file_size_limit {
 };
 
 TEST(safe_file_test, every_writer_fails_with_the_reason_and_leaves_nothing_behind) {
-  logger::instance().set_echo(false);
   temp_dir dir;
   test::hsz_scene scene;
   pipeline image(scene.input());

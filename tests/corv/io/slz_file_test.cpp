@@ -69,25 +69,12 @@ TEST(slz_file_test, saving_replaces_a_file_only_with_the_overwrite_flag) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.str()), {}), 1);
 }
 
-TEST(slz_file_test, a_saved_file_reads_back_within_one_quantisation_step) {
+// The file as h5py reads it, and what a library reads back from it, are checked
+// in Python; here the quantisation's edge and what becomes of colours.
+TEST(slz_file_test, a_block_of_one_value_keeps_only_its_integer_part) {
   temp_dir dir;
   const std::string name = dir / "x.slz";
-  slz_file written = sample_file();
-  written.set_colours(arma::mat{{31, 119, 180}, {255, 127, 14}});
-  written.save(name, false);
-
   slz_file read;
-  read.load(name);
-  EXPECT_EQ(read.endmember_count(), 2);
-  EXPECT_EQ(read.labels(), written.labels());
-  EXPECT_EQ(read.metadata(), "measured 2016");
-  EXPECT_EQ(read.wavelength_unit(), "Nanometers");
-  EXPECT_NEAR(read.wavelengths()(3), 700.5, (700.5 - 400.25) / 65535);
-  ASSERT_EQ(arma::size(read.endmembers()), arma::size(4, 2));
-  EXPECT_LE(arma::abs(read.endmembers() - written.endmembers()).max(), 0.95 / 65535 + 1e-7);
-  EXPECT_TRUE(arma::approx_equal(read.colours(), written.colours(), "absdiff", 0.0));
-
-  // A block of one value is stored unscaled: only its integer part survives.
   // Negative values never form such a block, as the scan's maximum starts above 0.
   for (const auto& [value, expected] : {std::pair{7.0f, 7.0f}, {0.5f, 0.0f}, {-3.0f, -3.0f}}) {
     slz_file flat = sample_file();
@@ -96,11 +83,6 @@ TEST(slz_file_test, a_saved_file_reads_back_within_one_quantisation_step) {
     read.load(name);
     EXPECT_TRUE(arma::all(arma::vectorise(read.endmembers()) == expected)) << value;
   }
-
-  // Without colours, none come back.
-  sample_file().save(name, true);
-  read.load(name);
-  EXPECT_TRUE(read.colours().empty());
 }
 
 TEST(slz_file_test, loading_refuses_unusable_names_and_incomplete_files) {
@@ -125,26 +107,18 @@ TEST(slz_file_test, loading_refuses_unusable_names_and_incomplete_files) {
   EXPECT_TRUE(file.endmembers().empty());
 }
 
-TEST(slz_file_test, the_library_round_trips_through_its_file) {
+TEST(slz_file_test, colours_are_kept_only_by_libraries_that_have_them) {
   temp_dir dir;
   const std::string name = dir / "lib.slz";
   spectral_library library(arma::fmat{{0.5f, 0.25f}, {0.75f, 1.0f}}, {"a", "b"},
                            arma::fvec{450.0f, 550.0f});
-  library.set_metadata("two test spectra");
   library.save(name);
-
   spectral_library loaded;
   loaded.load(name);
-  EXPECT_EQ(loaded.labels(), library.labels());
-  EXPECT_EQ(loaded.sources(), (std::vector<std::string>{name, name}));
-  EXPECT_EQ(loaded.metadata(), "two test spectra");
-  EXPECT_LE(arma::abs(loaded.endmembers() - library.endmembers()).max(), 0.75f / 65535);
   EXPECT_TRUE(arma::approx_equal(loaded.colours(), library.colours(), "absdiff", 0.0f));
-  EXPECT_FLOAT_EQ(loaded.wavelengths()(1), 550.0f);
 
   // A library read from a file without colours is saved without them.
-  slz_file plain = sample_file();
-  plain.save(name, true);
+  sample_file().save(name, true);
   loaded.load(name);
   EXPECT_FALSE(loaded.has_colours());
   loaded.add_endmembers(arma::fmat(4, 1, arma::fill::zeros), {"added"});

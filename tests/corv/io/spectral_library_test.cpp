@@ -24,10 +24,6 @@ matrix rows_of(std::initializer_list<std::initializer_list<float>> rows) {
 
 class spectral_library_test : public ::testing::Test {
  protected:
-  void SetUp() override {
-    logger::instance().set_echo(false);
-    logger::instance().clear_entries();
-  }
   // Three bands at 400, 500, 600 nm; spectra a = (1, 2, 3), b = (4, 5, 6).
   static spectral_library two_spectra() {
     return spectral_library(rows_of({{1, 4}, {2, 5}, {3, 6}}), {"a", "b"}, vector{400, 500, 600});

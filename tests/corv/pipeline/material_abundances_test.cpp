@@ -81,8 +81,6 @@ TEST(material_abundances_test, mixes_one_pixel_by_hand) {
 }
 
 TEST(material_abundances_test, generate_elements_fills_both_cubes) {
-  logger::instance().set_echo(false);
-  logger::instance().clear_entries();
   // Every pair of elements at the same angle: a pixel's ranking by
   // association is then its ranking by weight.
   matrix elements(4, 3, arma::fill::value(0.3f));

@@ -10,16 +10,8 @@
 namespace corv {
 namespace {
 
+using test::logged;
 using test::thrown_text;
-
-bool logged(const std::string& line) {
-  for (const auto& entry : logger::instance().entries()) {
-    if (entry.second == line) {
-      return true;
-    }
-  }
-  return false;
-}
 
 // x = m D + k L over a 3 x 4 patch: shading ramps m and the given specular k.
 cube mixed_patch(const vector& L, const vector& D, const matrix& k) {
@@ -37,10 +29,6 @@ cube mixed_patch(const vector& L, const vector& D, const matrix& k) {
 
 class patch_decomposition_test : public ::testing::Test {
  protected:
-  void SetUp() override {
-    logger::instance().set_echo(false);
-    logger::instance().clear_entries();
-  }
   const vector L = {1.0f, 1.0f, 1.0f, 1.0f};
   const vector D = {1.0f, 2.0f, 3.0f, 4.0f};
 };

@@ -33,8 +33,6 @@ cube quadrant_image(const vector& light) {
 class pipeline_stages_test : public ::testing::Test {
  protected:
   void SetUp() override {
-    logger::instance().set_echo(false);
-    logger::instance().clear_progress();
     light = arma::linspace<vector>(1.0f, 2.0f, bands);
     image.set_I(quadrant_image(light), test::linear_wavelengths(bands));
   }
@@ -45,7 +43,7 @@ class pipeline_stages_test : public ::testing::Test {
 TEST_F(pipeline_stages_test, the_illuminant_stage_stores_the_method_result_and_clears_on_failure) {
   image.set_illuminant_method(5);  // white patch: the per-band maxima
   image.process_recover_illuminant(true);
-  EXPECT_EQ(logger::instance().stage(), stage_illuminant);
+  EXPECT_EQ(logger::instance().stage(), 0);  // stage numbers as the viewer reads them
   vector maxima(bands);
   for (arma::uword b = 0; b < bands; ++b) {
     maxima(b) = image.I().slice(b).max();
@@ -63,7 +61,7 @@ TEST_F(pipeline_stages_test, the_illuminant_stage_stores_the_method_result_and_c
 TEST_F(pipeline_stages_test, the_dichromatic_stage_splits_every_pixel_and_clears_on_failure) {
   image.set_illuminant(light);
   image.process_recover_dichromatic_parameters();
-  EXPECT_EQ(logger::instance().stage(), stage_reflectance);
+  EXPECT_EQ(logger::instance().stage(), 1);
   const cube& s = image.s();
   ASSERT_EQ(arma::size(s), arma::size(image.I()));
   ASSERT_EQ(arma::size(image.k()), arma::size(rows, cols));
@@ -105,7 +103,7 @@ TEST_F(pipeline_stages_test, the_material_stage_maps_the_quadrants_with_the_sele
   image.set_material_mode(0);
   image.set_materials_per_pixel(2);
   image.process_recover_materials();
-  EXPECT_EQ(logger::instance().stage(), stage_materials);
+  EXPECT_EQ(logger::instance().stage(), 2);
   EXPECT_EQ(logger::instance().progress(), 100);
   EXPECT_EQ(arma::size(image.material_elements()), arma::size(bands, 4));
   EXPECT_EQ(arma::size(image.material_element_abundances()), arma::size(rows, cols, 2));

