@@ -1,9 +1,7 @@
 #include "corv/io/safe_file.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <filesystem>
 #include <functional>
 
@@ -17,33 +15,14 @@
 #include "corv/pipeline/pipeline.h"
 #include "tests/corv/io/hsz_test_scene.h"
 #include "tests/corv/test_support.h"
+#include "tests/file_size_limit.h"
 
 namespace corv {
 namespace {
 
+using test::file_size_limit;
 using test::temp_dir;
 using test::thrown_text;
-
-// A file size limit for this process, as `prlimit --fsize` sets one: writes past
-// it fail with EFBIG instead of the signal (ignored here, as the tools do).
-class file_size_limit {
- public:
-  explicit file_size_limit(rlim_t bytes) {
-    getrlimit(RLIMIT_FSIZE, &saved_);
-    previous_ = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit = saved_;
-    limit.rlim_cur = bytes;
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~file_size_limit() {
-    setrlimit(RLIMIT_FSIZE, &saved_);
-    std::signal(SIGXFSZ, previous_);
-  }
-
- private:
-  rlimit saved_{};
-  void (*previous_)(int) = nullptr;
-};
 
 TEST(safe_file_test, every_writer_fails_with_the_reason_and_leaves_nothing_behind) {
   temp_dir dir;

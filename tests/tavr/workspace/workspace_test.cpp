@@ -1,4 +1,3 @@
-#include <sys/resource.h>
 
 #include <QBuffer>
 #include <QDataStream>
@@ -10,7 +9,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <array>
-#include <csignal>
 #include <functional>
 
 #include "corv/io/logger.h"
@@ -18,6 +16,7 @@
 #include "tavr/app/main_window.h"
 #include "tavr/workspace/workspace_file.h"
 #include "tavr/workspace/workspace_record.h"
+#include "tests/file_size_limit.h"
 
 namespace {
 
@@ -61,27 +60,6 @@ QByteArray read_all(const QString& name) {
   QFile file(name);
   return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
-
-// A file size limit for this process, as `prlimit --fsize` sets one (the
-// signal ignored, as the viewer does).
-class file_size_limit {
- public:
-  explicit file_size_limit(rlim_t bytes) {
-    getrlimit(RLIMIT_FSIZE, &saved_);
-    previous_ = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit = saved_;
-    limit.rlim_cur = bytes;
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~file_size_limit() {
-    setrlimit(RLIMIT_FSIZE, &saved_);
-    std::signal(SIGXFSZ, previous_);
-  }
-
- private:
-  rlimit saved_{};
-  void (*previous_)(int) = nullptr;
-};
 
 void same_image_state(const tavr::hs_image& opened, const tavr::hs_image& saved) {
   QCOMPARE(opened.labels().labels(), saved.labels().labels());
@@ -246,7 +224,7 @@ class workspace_test : public QObject {
     // A save that meets a file size limit keeps the workspace that was there.
     const QByteArray before = read_all(file);
     {
-      const file_size_limit limit(100000);
+      const corv::test::file_size_limit limit(100000);
       QVERIFY(!window.save_workspace(file, true));
     }
     QVERIFY2(messages.back().at(1).toString().endsWith("File too large"),
