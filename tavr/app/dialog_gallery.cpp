@@ -10,6 +10,7 @@
 #include "corv/io/logger.h"
 #include "corv/io/open_input.h"
 #include "tavr/app/main_window.h"
+#include "tavr/camera/camera_preferences_dialog.h"
 #include "tavr/dialogs/band_maths.h"
 #include "tavr/dialogs/help_dialog.h"
 #include "tavr/dialogs/image_info_dialog.h"
@@ -22,13 +23,15 @@
 #include "tavr/dialogs/tutorial_dialog.h"
 #include "tavr/image/component_probe.h"
 #include "tavr/image/image_information.h"
+#include "tavr/labels/polygon_labels_dialog.h"
 #include "tavr/library/spectral_manager_dialog.h"
 
 namespace tavr {
 
 QStringList gallery_dialog_names() {
-  return {"band-maths", "information", "statistics", "resize", "large-image",    "log",
-          "settings",   "rendering",   "tutorial",   "help",   "library-manager"};
+  return {"band-maths",    "information",     "statistics", "resize",   "large-image",
+          "log",           "settings",        "rendering",  "tutorial", "help",
+          "polygon-label", "library-manager", "preferences"};
 }
 
 QDialog* open_gallery_dialog(main_window& window, const QString& name) {
@@ -88,6 +91,16 @@ QDialog* open_gallery_dialog(main_window& window, const QString& name) {
       rendering->set_options(image->rendering(), wavelengths ? *wavelengths : corv::vector());
     }
     dialog = rendering;
+  } else if (name == "polygon-label") {
+    auto* label = new polygon_labels_dialog(&window);
+    label->set_previous_labels({"grass", "road", "roof", "water"});
+    label->set_label("roof");
+    dialog = label;
+  } else if (name == "preferences") {
+    auto* preferences = new camera_preferences_dialog(&window);
+    preferences->set_interactive(false);
+    preferences->set_values(camera_preferences::defaults());
+    dialog = preferences;
   } else if (name == "tutorial") {
     dialog = new tutorial_dialog(&window);
   } else if (name == "help") {

@@ -120,6 +120,10 @@ void camera_preferences_dialog::build() {
   sequence_folder_ = new QLineEdit(video);
   auto* video_browse = new QPushButton("Browse", video);
   video_form->addRow("Image sequence folder:", row_of(video, {sequence_folder_, video_browse}));
+  // Wide enough for a folder's whole path in the usual places.
+  for (QLineEdit* folder : {image_folder_, sequence_folder_}) {
+    folder->setMinimumWidth(folder->fontMetrics().horizontalAdvance(QLatin1Char('x')) * 36);
+  }
   show_at_start_ = new QCheckBox("Show dialog at every live camera start", video);
   video_form->addRow(show_at_start_);
   layout->addWidget(video);

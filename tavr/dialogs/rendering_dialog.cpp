@@ -90,15 +90,25 @@ void rendering_dialog::set_options(const rendering_options& options,
   const double ignored = options.data_ignore_val;
   data_ignore_->setText(std::floor(ignored) == ignored ? QString::number(ignored, 'f', 1)
                                                        : QString::number(ignored, 'g', 10));
+  // Bands are numbered from 0, as in band maths and the band lists elsewhere.
+  // Three manual bands never chosen (all the first) start at the bands nearest
+  // red, green and blue, so that switching to Manual shows a colour picture.
+  std::array<int, 3> bands = options.rgb_bands;
+  if (bands == std::array<int, 3>{0, 0, 0} && wavelengths.n_elem > 2) {
+    const std::array<float, 3> targets{640.0f, 550.0f, 460.0f};
+    for (std::size_t c = 0; c < bands.size(); ++c) {
+      bands[c] = static_cast<int>(arma::index_min(arma::abs(wavelengths - targets[c])));
+    }
+  }
   const std::array<QComboBox*, 3> lists{red_, green_, blue_};
   for (std::size_t c = 0; c < lists.size(); ++c) {
     QComboBox* list = lists[c];
     list->clear();
     for (arma::uword b = 0; b < wavelengths.n_elem; ++b) {
       list->addItem(
-          QStringLiteral("%1 nm (band %2)").arg(static_cast<double>(wavelengths(b))).arg(b + 1));
+          QStringLiteral("%1 nm (band %2)").arg(static_cast<double>(wavelengths(b))).arg(b));
     }
-    list->setCurrentIndex(std::min(options.rgb_bands[c], list->count() - 1));
+    list->setCurrentIndex(std::min(bands[c], list->count() - 1));
   }
   automatic_->setChecked(options.auto_rgb);
   manual_->setChecked(!options.auto_rgb);

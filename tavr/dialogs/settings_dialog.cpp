@@ -98,6 +98,8 @@ settings_dialog::settings_dialog(QWidget* parent) : QDialog(parent) {
 
 QWidget* settings_dialog::build_corvantis_tab() {
   auto* stages = new QTabWidget;
+  // Every stage in sight: the dialog grows to show all their tabs.
+  stages->setUsesScrollButtons(false);
 
   // Preprocessing
   auto* filter_group = new QGroupBox(QStringLiteral("Filter"));

@@ -61,7 +61,7 @@ void rendering_dialog_test::choices_round_trip() {
   const QList<QComboBox*> lists = dialog.findChildren<QComboBox*>();
   QCOMPARE(lists.size(), 3);
   QCOMPARE(lists.first()->count(), 5);
-  QCOMPARE(lists.first()->itemText(4), QStringLiteral("600 nm (band 5)"));
+  QCOMPARE(lists.first()->itemText(4), QStringLiteral("600 nm (band 4)"));
   QVERIFY(lists.first()->isEnabled());
   const rendering_options shown = dialog.options();
   QCOMPARE(shown.data_ignore_val, 0.25);
@@ -81,6 +81,10 @@ void rendering_dialog_test::choices_round_trip() {
   dialog.findChildren<QRadioButton*>().first()->click();  // Automatic
   QVERIFY(dialog.options().auto_rgb);
   QVERIFY(!lists.first()->isEnabled());
+
+  // Manual bands never chosen start nearest red, green and blue.
+  dialog.set_options(rendering_options{}, corv::vector{400.0f, 450.0f, 500.0f, 550.0f, 650.0f});
+  QCOMPARE(dialog.options().rgb_bands, (std::array<int, 3>{4, 3, 1}));
 }
 
 QTEST_MAIN(rendering_dialog_test)
