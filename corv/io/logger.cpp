@@ -1,4 +1,5 @@
 #include "corv/io/logger.h"
+#include "corv/io/quiet_log.h"
 
 #include <ctime>
 #include <iostream>
@@ -6,13 +7,31 @@
 
 namespace corv {
 
+namespace {
+
+thread_local int quiet_depth = 0;
+
+}  // namespace
+
+quiet_log::quiet_log() {
+  ++quiet_depth;
+}
+
+quiet_log::~quiet_log() {
+  --quiet_depth;
+}
+
+bool quiet_log::active() {
+  return quiet_depth > 0;
+}
+
 logger& logger::instance() {
   static logger the_logger;
   return the_logger;
 }
 
 logger& logger::operator<<(const std::string& text) {
-  if (silenced_) {
+  if (silenced_ || quiet_depth > 0) {
     return *this;
   }
   std::lock_guard<std::mutex> lock(mutex_);

@@ -21,8 +21,9 @@
 #include <QVBoxLayout>
 
 #include "tavr/app/main_window_actions.h"
-#include "tavr/camera/camera_controller.h"
 #include "tavr/app/main_window_tools.h"
+#include "tavr/app/pca_dock.h"
+#include "tavr/camera/camera_controller.h"
 #include "tavr/dialogs/rendering_dialog.h"
 #include "tavr/dialogs/settings_dialog.h"
 #include "tavr/labels/label_controller.h"
@@ -268,6 +269,8 @@ void main_window::build_docks() {
   image_list_->setIconSize(QSize(64, 64));
   image_list_->setFlow(QListView::TopToBottom);
   image_list_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  // Room for one whole entry: its name and three lines of size.
+  image_list_->setMinimumHeight(4 * image_list_->fontMetrics().lineSpacing() + 16);
   images_dock_ = make_dock(this, "Current Images", "Images_Dock", image_list_);
   addDockWidget(Qt::LeftDockWidgetArea, images_dock_);
   connect(image_list_->selectionModel(), &QItemSelectionModel::currentChanged, this,
@@ -308,10 +311,16 @@ void main_window::build_docks() {
     material_check_changed_(item->row(), item->checkState() == Qt::Checked);
   });
 
-  pca_list_ = new QListWidget(this);
-  pca_dock_ = make_dock(this, "PCA", "PCA_Dock", pca_list_);
+  pca_ = new pca_dock(this);
+  pca_dock_ = make_dock(this, "PCA", "PCA_Dock", pca_);
   addDockWidget(Qt::LeftDockWidgetArea, pca_dock_);
-  connect(pca_list_, &QListWidget::itemActivated, this, &main_window::show_principal_component_);
+  connect(pca_, &pca_dock::component_activated, this, &main_window::show_principal_component_);
+  connect(pca_, &pca_dock::display_changed, this, [this] {
+    const auto image = current_image();
+    if (image != nullptr && image->view_state().pc >= 0) {
+      render_current(no_fit);
+    }
+  });
   tabifyDockWidget(materials_dock_, pca_dock_);
   materials_dock_->raise();
 

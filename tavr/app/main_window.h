@@ -37,6 +37,7 @@ namespace tavr {
 class camera_controller;
 class band_maths;
 class band_maths_controller;
+class pca_dock;
 class image_view;
 class log_dialog;
 class label_controller;
@@ -306,7 +307,7 @@ class main_window : public QMainWindow {
   void processing_finished_(std::shared_ptr<tavr::hs_image> image, const QString& message);
   void show_processing_progress_(const tavr::stage_progress& progress);
   void show_cancel_dialog_();
-  void show_principal_component_(QListWidgetItem* item);
+  void show_principal_component_(int index);
   void material_check_changed_(int row, bool checked);
   // "Material <n>" for a pixel of the current image's material map (empty when none).
   QString material_at(const QPoint& pixel) const;
@@ -341,7 +342,7 @@ class main_window : public QMainWindow {
   QListView* image_list_ = nullptr;
   QListWidget* components_list_ = nullptr;
   QStandardItemModel* materials_ = nullptr;
-  QListWidget* pca_list_ = nullptr;
+  pca_dock* pca_ = nullptr;
 
   library_model library_;
   std::unique_ptr<label_controller> labels_;

@@ -15,17 +15,21 @@
 #include <QThreadPool>
 #include <cmath>
 #include <exception>
+#include <optional>
 
 #include "corv/io/logger.h"
+#include "corv/io/quiet_log.h"
 #include "corv/io/spectral_library.h"
 #include "tavr/app/main_window.h"
 #include "tavr/app/main_window_actions.h"
+#include "tavr/app/pca_dock.h"
 #include "tavr/app/recent_files.h"
 #include "tavr/dialogs/rendering_dialog.h"
 #include "tavr/dialogs/settings_dialog.h"
 #include "tavr/image/component_probe.h"
 #include "tavr/image/image_exporter.h"
 #include "tavr/image/open_image_controller.h"
+#include "tavr/image/value_picture.h"
 #include "tavr/labels/label_controller.h"
 #include "tavr/labels/labels_dock.h"
 #include "tavr/plots/pixel_dialog.h"
@@ -280,9 +284,7 @@ bool main_window::render_current(const QString& fit_mode) {
     corv::pipeline& p = image->pipeline();
     const bool from_file = image->shown_from_file();
     if (state.pc >= 0) {
-      corv::matrix layer = p.principal_components().slice(static_cast<arma::uword>(state.pc));
-      layer -= layer.min();
-      picture = colour_renderer::grey_image(layer);
+      picture = component_picture(p.principal_components(), state.pc, pca_->colour(), pca_->clip());
     } else if (state.class_scores > 0 || state.component == component_view::class_map ||
                state.component == component_view::endmember_abundances) {
       picture = class_picture(*image);
@@ -483,7 +485,7 @@ void main_window::is_create_polygon_() {
 void main_window::rebuild_image_docks() {
   components_list_->clear();
   materials_->clear();
-  pca_list_->clear();
+  pca_->set_strengths(corv::vector());
   refresh_tool_docks();
   const auto image = current_image();
   if (image == nullptr) {
@@ -544,21 +546,14 @@ void main_window::rebuild_image_docks() {
     state.material_states.clear();
     state.material_labels.clear();
   }
-  const corv::vector& strengths = p.principal_strengths();
-  for (arma::uword i = 0; i < strengths.n_elem; ++i) {
-    auto* item = new QListWidgetItem(
-        QString("PC %1 (%2)").arg(i + 1).arg(static_cast<double>(strengths(i)), 0, 'g', 4),
-        pca_list_);
-    item->setData(Qt::UserRole, static_cast<int>(i));
-  }
+  pca_->set_strengths(p.principal_strengths());
 }
 
-void main_window::show_principal_component_(QListWidgetItem* item) {
+void main_window::show_principal_component_(int index) {
   const auto image = current_image();
-  if (image == nullptr || item == nullptr) {
+  if (image == nullptr) {
     return;
   }
-  const int index = item->data(Qt::UserRole).toInt();
   if (index < 0 || index >= static_cast<int>(image->pipeline().principal_components().n_slices)) {
     return;
   }
@@ -660,14 +655,13 @@ void main_window::pixel_inspect_(const QPointF& point) {
   if (pixel.x() < 0) {
     return;
   }
-  corv::logger& log = corv::logger::instance();
-  const bool echo = log.echo();
-  log.set_echo(false);
+  // The components the image does not hold are dashes here, not errors in the log.
+  std::optional<corv::quiet_log> quiet(std::in_place);
   const QVector<double> from_file =
       image->shown_from_file() ? irradiance_at(*image, pixel) : QVector<double>();
   pixel_values values =
       read_pixel_values(p, pixel, image->shown_from_file() ? &from_file : nullptr);
-  log.set_echo(echo);
+  quiet.reset();
   const classification_result& classes = image->classification();
   if (pixel.y() < static_cast<int>(classes.class_map.n_rows) &&
       pixel.x() < static_cast<int>(classes.class_map.n_cols)) {

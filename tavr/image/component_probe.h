@@ -3,18 +3,17 @@
 
 #include <exception>
 
-#include "corv/io/logger.h"
+#include "corv/io/quiet_log.h"
 #include "corv/pipeline/pipeline.h"
 
 namespace tavr {
 
 // A component of the pipeline, or null when it has none or it is empty. The
-// probe is not echoed by the logger: a missing component is an answer here.
+// probe stays out of the log: a missing component is an answer here, not an
+// error to show the user in the log dialog.
 template <typename T>
 const T* component_or_null(corv::pipeline& p, const T& (corv::pipeline::*getter)()) {
-  corv::logger& log = corv::logger::instance();
-  const bool echo = log.echo();
-  log.set_echo(false);
+  const corv::quiet_log quiet;
   const T* found = nullptr;
   try {
     const T& value = (p.*getter)();
@@ -22,7 +21,6 @@ const T* component_or_null(corv::pipeline& p, const T& (corv::pipeline::*getter)
   } catch (const std::exception&) {
     found = nullptr;
   }
-  log.set_echo(echo);
   return found;
 }
 

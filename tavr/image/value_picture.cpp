@@ -66,4 +66,43 @@ QImage value_picture(const corv::matrix& values, value_colours colours) {
   return picture;
 }
 
+QImage component_picture(const corv::cube& components, int first, bool colour, double clip) {
+  const int rows = static_cast<int>(components.n_rows);
+  const int cols = static_cast<int>(components.n_cols);
+  QImage picture(cols, rows, QImage::Format_RGB32);
+  picture.fill(Qt::black);
+  const int channels = colour ? 3 : 1;
+  for (int c = 0; c < channels; ++c) {
+    const int index = first + c;
+    if (index < 0 || index >= static_cast<int>(components.n_slices)) {
+      continue;
+    }
+    const corv::matrix& layer = components.slice(static_cast<arma::uword>(index));
+    double low = layer.min();
+    double high = layer.max();
+    if (clip > 0.0) {
+      const arma::vec values = arma::conv_to<arma::vec>::from(arma::vectorise(layer));
+      const double mean = arma::mean(values);
+      const double deviation = arma::stddev(values, 1);
+      low = std::max(low, mean - clip * deviation);
+      high = std::min(high, mean + clip * deviation);
+    }
+    const double span = high - low;
+    // Grey sets all three channels; colour puts component c in red, green, blue.
+    const int shift = 16 - 8 * c;
+    for (int row = 0; row < rows; ++row) {
+      auto* line = reinterpret_cast<QRgb*>(picture.scanLine(row));
+      for (int col = 0; col < cols; ++col) {
+        const double v = layer(static_cast<arma::uword>(row), static_cast<arma::uword>(col));
+        const int level =
+            span > 0.0 ? std::clamp(static_cast<int>(std::lround((v - low) / span * 255.0)), 0, 255)
+                       : 128;
+        line[col] =
+            colour ? line[col] | (static_cast<QRgb>(level) << shift) : qRgb(level, level, level);
+      }
+    }
+  }
+  return picture;
+}
+
 }  // namespace tavr

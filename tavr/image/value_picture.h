@@ -24,6 +24,13 @@ QColor value_colour(double position);
 // black.
 QImage value_picture(const corv::matrix& values, value_colours colours);
 
+// Principal components as a picture: component `first` in grey or, with
+// `colour`, it and the next two as red, green and blue (a missing one stays
+// black). Each is stretched over its mean plus and minus `clip` standard
+// deviations, or over its whole range when `clip` is 0: a few extreme pixels
+// would otherwise leave everything else mid grey.
+QImage component_picture(const corv::cube& components, int first, bool colour, double clip);
+
 // The stops of the colour map, darkest first, for legends.
 QVector<QColor> colour_map_stops();
 
