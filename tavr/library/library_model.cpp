@@ -43,8 +43,12 @@ QList<library_entry> entries_of(const corv::spectral_library& library) {
   for (arma::uword i = 0; i < library.size(); ++i) {
     library_entry entry;
     entry.label = QString::fromStdString(library.labels()[i]);
-    entry.spectrum = library.endmembers().col(i);
-    entry.wavelengths = library.wavelengths();
+    // Only the measured points: a spectrum with missing ones (such as the water
+    // absorption bands of field spectra) still serves wherever it was measured.
+    const corv::vector spectrum = library.endmembers().col(i);
+    const arma::uvec measured = arma::find_finite(spectrum);
+    entry.spectrum = spectrum.elem(measured);
+    entry.wavelengths = library.wavelengths().elem(measured);
     if (library.has_colours()) {
       const corv::matrix& c = library.colours();
       entry.colour =

@@ -22,7 +22,8 @@ struct library_entry {
   bool operator==(const library_entry& other) const;
 };
 
-// Every spectrum of a library as entries, in library order.
+// Every spectrum of a library as entries, in library order, each with only its
+// measured (finite) points and their wavelengths.
 QList<library_entry> entries_of(const corv::spectral_library& library);
 
 // The viewer's spectral library: the "Selected Labels" of the library manager,

@@ -51,7 +51,7 @@ corv::spectral_library read_library_file(const QString& file_name) {
   if (suffix == "csv") {
     return corv::read_library_csv(name);
   }
-  return corv::read_envi_library(name, corv::missing_points::drop);
+  return corv::read_envi_library(name, corv::missing_points::keep);
 }
 
 spectral_manager_dialog::spectral_manager_dialog(library_model& selected, QWidget* parent)
@@ -258,10 +258,9 @@ void spectral_manager_dialog::label_clicked_(int row) {
       row >= static_cast<int>(libraries_[file].size())) {
     return;
   }
-  const corv::spectral_library& library = libraries_[file];
-  file_curve_ = {file_labels_.index(row).data().toString(), to_qvector(library.wavelengths()),
-                 to_qvector(library.endmembers().col(static_cast<arma::uword>(row))),
-                 QColor("Blue")};
+  const library_entry entry = entries_of(libraries_[file]).value(row);
+  file_curve_ = {file_labels_.index(row).data().toString(), to_qvector(entry.wavelengths),
+                 to_qvector(entry.spectrum), QColor("Blue")};
   show_curves();
 }
 

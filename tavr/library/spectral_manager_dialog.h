@@ -18,8 +18,8 @@ class library_model;
 
 // Reads a spectral library file by its suffix: ".slz" the library's own file,
 // ".csv" a CSV library, anything else an ENVI spectral library (".sli" or its
-// header), whose spectra with missing points are left out. Throws the
-// reader's std::runtime_error.
+// header), whose missing points are NaN (entries_of leaves them out). Throws
+// the reader's std::runtime_error.
 corv::spectral_library read_library_file(const QString& file_name);
 
 // The spectral library manager: library files on the left, the labels of the
