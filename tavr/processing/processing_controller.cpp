@@ -4,6 +4,7 @@
 
 #include "corv/io/logger.h"
 #include "corv/io/spectral_library.h"
+#include "tavr/image/component_probe.h"
 
 namespace tavr {
 
@@ -70,22 +71,9 @@ bool processing_controller::start(const std::shared_ptr<hs_image>& image,
   values.apply_to(*image);
   const bool filtered = image->filtered();
   // The components already present: computed ones in the pipeline, or the input's.
-  // (The probe is not echoed: a missing component is no news here.)
-  auto present = [&image](auto getter) {
-    corv::logger& log = corv::logger::instance();
-    const bool echo = log.echo();
-    log.set_echo(false);
-    bool found = false;
-    try {
-      found = !(image->pipeline().*getter)().empty();
-    } catch (const std::exception&) {
-      found = false;
-    }
-    log.set_echo(echo);
-    return found;
-  };
-  const bool has_illuminant = present(&corv::pipeline::illuminant);
-  const bool has_reflectance = present(&corv::pipeline::s);
+  const bool has_illuminant =
+      component_or_null(image->pipeline(), &corv::pipeline::illuminant) != nullptr;
+  const bool has_reflectance = component_or_null(image->pipeline(), &corv::pipeline::s) != nullptr;
   processing_selection selection =
       selection_for(command, values, has_illuminant, has_reflectance, filtered);
   selection.classification_method = classification_method_;
