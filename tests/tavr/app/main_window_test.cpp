@@ -252,6 +252,12 @@ class main_window_test : public QObject {
     window.show();
     QVERIFY(!window.process(tavr::processing_command::analysis));  // no image yet
     QVERIFY(window.open_image(sample));
+    // Looking for the components an unprocessed image lacks leaves no error in the log.
+    corv::logger::instance().clear_entries();
+    window.pixel_inspect_(QPointF(1.5, 1.5));
+    for (const auto& [stamp, line] : corv::logger::instance().entries()) {
+      QVERIFY2(line.find("does not exist") == std::string::npos, line.c_str());
+    }
     window.processing_values().pca_on_reflectance = false;
     window.processing_values().principal_components = 4;
     QSignalSpy finished(&window.processing(), &tavr::processing_controller::finished);

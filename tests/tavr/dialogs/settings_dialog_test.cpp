@@ -272,16 +272,10 @@ void settings_dialog_test::change_flags_follow_their_stages() {
   QVERIFY(!dialog.illuminant_dirty() && !dialog.material_dirty());
 
   dialog.clear_dirty();
-  field<QDoubleSpinBox>(dialog, "Split threshold:")->setValue(0.5);
-  QVERIFY(dialog.material_dirty());
-  dialog.clear_dirty();
   button<QCheckBox>(dialog, "Faster material recovery")->toggle();
   QVERIFY(dialog.material_dirty());
   QVERIFY(!dialog.illuminant_dirty() && !dialog.component_dirty());
 
-  dialog.clear_dirty();
-  button<QCheckBox>(dialog, "Faster illumination estimation")->toggle();
-  QVERIFY(dialog.illuminant_dirty());
   dialog.clear_dirty();
   field<QComboBox>(dialog, "Illumination Recovery Method:")->setCurrentText("Gray Edge");
   QVERIFY(dialog.illuminant_dirty());
@@ -334,10 +328,7 @@ void settings_dialog_test::values_reach_the_pipeline_and_the_image() {
   QCOMPARE(p.split_threshold, 0.996195f);
 
   // The pipeline's parameters shown again give the same settings.
-  const processing_settings shown = tavr::settings_from(p);
-  QCOMPARE(shown.min_temperature, 0.00012);
-  QCOMPARE(shown.illuminant_method, 5);
-  QVERIFY(!shown.pca_on_reflectance);
+  QVERIFY(tavr::settings_from(p) == dialog.values());
 
   // The image takes its own choices as well.
   tavr::hs_image image(corv::cube(2, 2, 3, arma::fill::ones), corv::vector{500.0f, 550.0f, 600.0f},
