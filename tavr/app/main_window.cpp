@@ -428,9 +428,11 @@ void main_window::show_image_components_dock_() {
 }
 void main_window::show_image_materials_dock_() {
   materials_dock_->show();
+  materials_dock_->raise();  // in front of the docks it shares tabs with
 }
 void main_window::show_pca_dock_() {
   pca_dock_->show();
+  pca_dock_->raise();  // in front of the docks it shares tabs with
 }
 void main_window::show_plots_dock_() {
   plots_dock_->show();
