@@ -269,8 +269,6 @@ void main_window::build_docks() {
   image_list_->setIconSize(QSize(64, 64));
   image_list_->setFlow(QListView::TopToBottom);
   image_list_->setEditTriggers(QAbstractItemView::NoEditTriggers);
-  // Room for one whole entry: its name and three lines of size.
-  image_list_->setMinimumHeight(4 * image_list_->fontMetrics().lineSpacing() + 16);
   images_dock_ = make_dock(this, "Current Images", "Images_Dock", image_list_);
   addDockWidget(Qt::LeftDockWidgetArea, images_dock_);
   connect(image_list_->selectionModel(), &QItemSelectionModel::currentChanged, this,
