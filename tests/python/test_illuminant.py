@@ -12,23 +12,16 @@ def _unit(v):
     return v / np.linalg.norm(v)
 
 
-def _scene(size=120, bands=12, seed=3):
-    """I = g S L + k L with stripes of three materials and a highlight per 20 x 20 cell."""
-    rng = np.random.default_rng(seed)
+def _scene(size=120, bands=12):
+    """I = g S L + k L: stripes of three materials, smooth shading and a highlight
+    centred in every 20 x 20 cell."""
     t = np.linspace(0.0, 1.0, bands)
     light = 0.4 + 0.8 * t + 0.3 * np.exp(-0.5 * ((t - 0.3) / 0.1) ** 2)
-    bodies = [0.15 + 0.7 * np.exp(-0.5 * ((t - c) / 0.2) ** 2) for c in (0.15, 0.5, 0.85)]
+    bodies = 0.15 + 0.7 * np.exp(-0.5 * ((t - np.array([[0.15], [0.5], [0.85]])) / 0.2) ** 2)
     r, c = np.mgrid[0:size, 0:size]
     shading = 0.75 + 0.25 * np.sin(5.0 * c / size + 1.0) * np.cos(4.0 * r / size)
-    specular = np.zeros((size, size))
-    for top in range(0, size, 20):
-        for left in range(0, size, 20):
-            cr, cc = top + 4 + 12 * rng.random(), left + 4 + 12 * rng.random()
-            w, s = 2 + 3 * rng.random(), 0.1 + 0.3 * rng.random()
-            cell = (slice(top, top + 20), slice(left, left + 20))
-            specular[cell] += s * np.exp(-0.5 * ((r[cell] - cr) ** 2 + (c[cell] - cc) ** 2) / w**2)
-    body = np.stack([bodies[min(col * 3 // size, 2)] for col in range(size)])  # (cols, bands)
-    cube = (shading[..., None] * body[None, :, :] + specular[..., None]) * light
+    specular = 0.3 * np.exp(-0.5 * ((r % 20 - 9.5) ** 2 + (c % 20 - 9.5) ** 2) / 9.0)
+    cube = (shading[..., None] * bodies[c * 3 // size] + specular[..., None]) * light
     return (cube * (3000.0 / cube.max())).astype(np.float32), light
 
 
