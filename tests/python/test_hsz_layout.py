@@ -208,6 +208,7 @@ def test_hsz_layout_as_h5py_reads_it(written):
 
 
 def test_hsz_input_serves_what_the_file_holds(written, logger):
+    """Read back as h5py reads the file, and the library the pipeline attached."""
     name, parts = written
     source = corv.hsz_input(str(name))
     assert source.input_kind() == 1
@@ -218,17 +219,11 @@ def test_hsz_input_serves_what_the_file_holds(written, logger):
         assert np.allclose(source.wavelengths(), dequantised(f["HDR/wavelength"])[:, 0])
         assert np.array_equal(source.element_abundance_indexes(),
                               f["S/ElementAbundanceIndexes/DATA"][()] - 1)
-    assert np.allclose(source.s(), parts["s"], atol=1e-4)
-    expected_I = parts["illuminant"] * (parts["g"][:, :, None] * parts["s"] + parts["k"][:, :, None])
-    assert np.allclose(source.I(), expected_I, atol=1e-4)
+    # The composed components and the refusals without a library are checked in C++.
     if parts["library"]:
         assert source.endmember_labels() == ["soil", "leaf"]
         assert np.allclose(source.endmember_abundance_indexes(), parts["endmember_indexes"])
         assert np.allclose(source.endmembers(), parts["library_spectra"], atol=1e-5)
-    else:
-        with pytest.raises(RuntimeError) as error:
-            source.endmembers()
-        assert str(error.value) == "hsz_input: S->Endmembers contains no data."
     assert isinstance(corv.open_input(str(name)), corv.hsz_input)
 
 
