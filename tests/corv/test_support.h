@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -109,6 +110,14 @@ inline std::string shared_data(const std::string& relative) {
       GTEST_SKIP() << "real test data folder " CORV_SHARED_DATA " is absent"; \
     }                                                                         \
   } while (0)
+
+// Angle in degrees between two spectra (0 for parallel ones).
+inline double angle_degrees(const vector& a, const vector& b) {
+  const arma::vec x = arma::conv_to<arma::vec>::from(a);
+  const arma::vec y = arma::conv_to<arma::vec>::from(b);
+  const double cosine = arma::dot(x, y) / (arma::norm(x) * arma::norm(y));
+  return std::acos(std::clamp(cosine, -1.0, 1.0)) * 180.0 / arma::datum::pi;
+}
 
 }  // namespace corv::test
 

@@ -12,12 +12,8 @@
 namespace corv {
 namespace {
 
+using test::angle_degrees;
 using test::thrown_text;
-
-double angle_degrees(const vector& a, const vector& b) {
-  const double cosine = arma::dot(a, b) / (arma::norm(a) * arma::norm(b));
-  return std::acos(std::min(1.0, cosine)) * 180.0 / arma::datum::pi;
-}
 
 // count spectra spread around each of the given directions (bands x 1 each),
 // by a random angle of a fraction of a degree, with random lengths.

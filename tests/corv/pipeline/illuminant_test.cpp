@@ -12,14 +12,9 @@
 namespace corv {
 namespace {
 
+using test::angle_degrees;
 using test::logged;
 using test::thrown_text;
-
-double angle_degrees(const vector& a, const vector& b) {
-  const arma::vec x = arma::conv_to<arma::vec>::from(a), y = arma::conv_to<arma::vec>::from(b);
-  const double cosine = arma::dot(x, y) / (arma::norm(x) * arma::norm(y));
-  return std::acos(std::min(1.0, std::max(-1.0, cosine))) * 180.0 / arma::datum::pi;
-}
 
 // A noise-free dichromatic scene I = g S L + k L, 12-bit scaled: vertical stripes
 // of four materials with smooth reflectances, smooth shading over the whole

@@ -219,11 +219,4 @@ scene saturated_scene(const vector& illuminant) {
   return render(illuminant, 0.6f);
 }
 
-double angle_degrees(const vector& a, const vector& b) {
-  const arma::vec x = arma::conv_to<arma::vec>::from(a);
-  const arma::vec y = arma::conv_to<arma::vec>::from(b);
-  const double cosine = arma::dot(x, y) / (arma::norm(x) * arma::norm(y));
-  return std::acos(std::clamp(cosine, -1.0, 1.0)) * 180.0 / pi;
-}
-
 }  // namespace corv::test

@@ -36,9 +36,6 @@ scene noisy_scene(const vector& illuminant, float sigma);
 // cell at row 1, column 4, which lies on the brightest material.
 scene saturated_scene(const vector& illuminant);
 
-// Angle in degrees between two spectra (0 for parallel ones).
-double angle_degrees(const vector& a, const vector& b);
-
 }  // namespace corv::test
 
 #endif
