@@ -210,7 +210,8 @@ class ximea_camera_test : public QObject {
         "<end_calibration_range>502</end_calibration_range></x>");
     QCOMPARE(c.bands, 2);
     QCOMPARE(c.wavelengths, (std::vector<float>{470.0f, 480.0f}));
-    // Part 2 x s + b is band b at sample s; an empty part stays 0; extra parts are unused.
+    // Value 2 x s + b of the list is band b at sample s; an empty value stays 0;
+    // extra values are unused.
     const corv::matrix expected = {{1, 0, 5}, {2, 4, 6}};
     QVERIFY(arma::approx_equal(c.filter_responses, expected, "absdiff", 0.0f));
 
