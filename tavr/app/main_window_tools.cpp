@@ -25,6 +25,7 @@
 #include <exception>
 
 #include "corv/io/open_input.h"
+#include "corv/io/quiet_log.h"
 #include "corv/io/spectral_library.h"
 #include "corv/io/vector_file.h"
 #include "tavr/app/band_chooser.h"
@@ -659,7 +660,11 @@ void main_window::start_full_picture(const std::shared_ptr<hs_image>& image) {
   // A reader of its own: the image's input stays with the window's thread.
   watcher->setFuture(QtConcurrent::run([file_name, options, stop] {
     try {
-      const auto source = corv::open_input(file_name.toStdString(), false);
+      // The image's own reader has logged the file's opening already.
+      const auto source = [&file_name] {
+        const corv::quiet_log quiet;
+        return corv::open_input(file_name.toStdString(), false);
+      }();
       return full_picture(*source, options, false, [stop](unsigned, unsigned) { return !*stop; });
     } catch (const std::exception& error) {
       full_picture_result failed;

@@ -14,6 +14,7 @@
 #include "corv/io/data_input.h"
 #include "corv/io/logger.h"
 #include "corv/io/open_input.h"
+#include "corv/io/quiet_log.h"
 #include "corv/io/spectral_library.h"
 
 namespace tavr {
@@ -30,14 +31,19 @@ std::shared_ptr<corv::input> open_image_input(const std::string& name) {
     case corv::image_format::tiff:
       return corv::open_input(name, true);
     default: {
-      auto input = corv::open_input(name, false);
-      const double samples = static_cast<double>(input->height()) *
-                             static_cast<double>(input->width()) *
-                             static_cast<double>(input->bands());
-      if (samples < held_envi_limit) {
-        input = corv::open_input(name, true);
+      // The size is asked first, quietly; the reader that stays is opened again
+      // and logs (as does a file that cannot be opened, opened again to log why).
+      std::shared_ptr<corv::input> probe;
+      try {
+        const corv::quiet_log quiet;
+        probe = corv::open_input(name, false);
+      } catch (const std::exception&) {
+        return corv::open_input(name, false);
       }
-      return input;
+      const double samples = static_cast<double>(probe->height()) *
+                             static_cast<double>(probe->width()) *
+                             static_cast<double>(probe->bands());
+      return corv::open_input(name, samples < held_envi_limit);
     }
   }
 }
