@@ -32,8 +32,8 @@ void read_record(QIODevice& device) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   namespace fs = std::filesystem;
   using namespace corv;
-  QByteArray bytes = QByteArray::fromRawData(reinterpret_cast<const char*>(data),
-                                             static_cast<int>(size));
+  QByteArray bytes =
+      QByteArray::fromRawData(reinterpret_cast<const char*>(data), static_cast<int>(size));
   QBuffer record(&bytes);
   record.open(QIODevice::ReadOnly);
   read_record(record);
