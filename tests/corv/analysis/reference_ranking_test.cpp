@@ -35,7 +35,8 @@ TEST(reference_ranking_test, blocks_and_layouts_rank_as_the_whole_image) {
   const vector waves = linear_wavelengths(6);
   const vector reference_waves = waves(arma::uvec{0, 2, 3, 5});
   const matrix references(4, 4, arma::fill::randu);
-  for (const auto kind : {reference_ranking::result::angles, reference_ranking::result::fractions}) {
+  for (const auto kind :
+       {reference_ranking::result::angles, reference_ranking::result::fractions}) {
     cube whole_values, whole_numbers;
     if (kind == reference_ranking::result::angles) {
       sam(image, waves, references, reference_waves, whole_values, whole_numbers, 3);

@@ -15,9 +15,9 @@
 #include <QTest>
 
 #include "corv/io/logger.h"
+#include "tavr/app/band_chooser.h"
 #include "tavr/app/dialog_gallery.h"
 #include "tavr/app/main_window.h"
-#include "tavr/app/band_chooser.h"
 #include "tavr/dialogs/band_maths.h"
 #include "tavr/library/library_model.h"
 #include "tavr/plots/pixel_dialog.h"
