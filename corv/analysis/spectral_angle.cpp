@@ -180,6 +180,9 @@ const rank_tile_function rank_tile = rank_tile_baseline;
 
 void rank_tile_by_cosine(const double* cosines, arma::uword n, arma::uword k, arma::uword* order) {
   k = std::min(k, n);
+  if (k == 0) {
+    return;
+  }
   if (k <= tile) {
     rank_tile(cosines, n, k, order);
     return;
