@@ -1,9 +1,11 @@
 #include "tavr/workspace/workspace_record.h"
 
+#include <QByteArray>
 #include <QColor>
 #include <QDataStream>
 #include <QPolygonF>
 #include <QVariantMap>
+#include <array>
 #include <cmath>
 #include <functional>
 #include <stdexcept>
@@ -58,6 +60,32 @@ QStringList read_strings(QDataStream& in) {
   });
 }
 
+// A colour as QDataStream writes one (its kind, then alpha, red, green, blue and
+// a pad), refused when the kind is none Qt knows: Qt would keep any number there.
+QVariant read_colour(QDataStream& in) {
+  qint8 spec = 0;
+  std::array<quint16, 5> values{};
+  in >> spec;
+  for (quint16& value : values) {
+    in >> value;
+  }
+  if (in.status() != QDataStream::Ok || spec < QColor::Invalid || spec > QColor::ExtendedRgb) {
+    throw std::runtime_error(damaged);
+  }
+  QByteArray bytes;
+  QDataStream out(&bytes, QIODevice::WriteOnly);
+  out.setVersion(in.version());
+  out << spec;
+  for (const quint16 value : values) {
+    out << value;
+  }
+  QDataStream checked(bytes);
+  checked.setVersion(in.version());
+  QColor colour;
+  checked >> colour;
+  return colour;
+}
+
 // Reads a value the way QDataStream writes a QVariant, but only of the plain
 // kinds a record holds, nested at most `depth` deep: a hostile record could
 // otherwise make Qt decode a picture of any size, allocate for any count it
@@ -101,6 +129,8 @@ QVariant read_value(QDataStream& in, int depth) {
       }
       return polygon;
     }
+    case QMetaType::QColor:
+      return read_colour(in);
     case QMetaType::Bool:
     case QMetaType::Int:
     case QMetaType::UInt:
@@ -109,8 +139,7 @@ QVariant read_value(QDataStream& in, int depth) {
     case QMetaType::Double:
     case QMetaType::QString:
     case QMetaType::QPointF:
-    case QMetaType::QRectF:
-    case QMetaType::QColor: {
+    case QMetaType::QRectF: {
       // Fixed sizes, or a text that Qt reads a piece at a time.
       QVariant value(static_cast<int>(type), nullptr);
       if (!QMetaType::load(in, static_cast<int>(type), value.data())) {

@@ -212,6 +212,15 @@ class workspace_test : public QObject {
                      }),
          "Open Workspace",
          "Could not open workspace " + dir.filePath("points.tvw") + record_damaged},
+        {label_value("colour.tvw",
+                     [](QDataStream& out) {
+                       out << quint32(QMetaType::QVariantMap) << qint8(0) << qint32(1)
+                           << QString("colour") << quint32(QMetaType::QColor) << qint8(0)
+                           << qint8(78) << quint16(0) << quint16(0) << quint16(0) << quint16(0)
+                           << quint16(0);
+                     }),
+         "Open Workspace",
+         "Could not open workspace " + dir.filePath("colour.tvw") + record_damaged},
     };
     for (const auto& [name, title, text] : refusals) {
       QVERIFY(!window.open_workspace(name));
